@@ -61,6 +61,10 @@ public:
     // The topmost item when it is a configuration list, else null.
     InstallConfigurationList *list() const;
 
+    // The list's question interface; by the silent rules when the item is not
+    // part of a list.
+    InstallQuestion *question() const;
+
     // The item and all its descendants.
     int itemCount() const;
     // Items of the subtree (this one included) in the given state whose
@@ -118,9 +122,6 @@ protected:
 
     // Emits totalSteps, raised to at least 2 (and kept within int).
     void announceTotalSteps(qint64 steps);
-    // The list's question interface; by the silent rules when the item is not
-    // part of a list.
-    InstallQuestion *question() const;
     // True when there is an application and its mode is the given one.
     bool isMode(int mode) const;
 
