@@ -1,0 +1,6 @@
+#pragma once
+
+// Installation modes shared by the plan and the application.
+namespace InstallMode {
+enum Mode { Minimal = 0, Typical, Full, Custom, Modify, Repair, Remove, Upgrade };
+}

@@ -1,0 +1,76 @@
+#include "core/installsilentquestion.h"
+
+#include "core/macrotable.h"
+
+#include <QRegularExpression>
+
+InstallSilentQuestion::InstallSilentQuestion(std::FILE *stream)
+    : m_stream(stream)
+{ }
+
+int InstallSilentQuestion::ask(const QString &heading, const QString &, int buttons, int defaultButton)
+{
+    int answer = defaultButton;
+    QString reason = QStringLiteral("default");
+    if (answer == Retry) {
+        // Nobody can free the file between two tries; Ignore moves on.
+        answer = (buttons & Ignore) ? int(Ignore) : int(Cancel);
+        reason = QStringLiteral("Retry is not chosen silently");
+    }
+    writeLine(QStringLiteral("question: %1 -- answered %2 (%3)")
+                  .arg(plainText(heading), buttonName(answer), reason));
+    return answer;
+}
+
+QString InstallSilentQuestion::locateFile(const QString &path)
+{
+    writeLine(QStringLiteral("question: Cannot find the file named %1 -- not located (no one to ask)")
+                  .arg(plainText(path)));
+    return QString();
+}
+
+QString InstallSilentQuestion::buttonName(int button)
+{
+    switch (button) {
+    case Yes:
+        return QStringLiteral("Yes");
+    case YesToAll:
+        return QStringLiteral("Yes to All");
+    case Ok:
+        return QStringLiteral("OK");
+    case Retry:
+        return QStringLiteral("Retry");
+    case No:
+        return QStringLiteral("No");
+    case NoToAll:
+        return QStringLiteral("No to All");
+    case Ignore:
+        return QStringLiteral("Ignore");
+    case IgnoreAll:
+        return QStringLiteral("Ignore All");
+    case Cancel:
+        return QStringLiteral("Cancel");
+    }
+    return QString::number(button);
+}
+
+QString InstallSilentQuestion::plainText(const QString &text)
+{
+    static const QRegularExpression paragraph(
+        QStringLiteral("<p>"), QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression tag(QStringLiteral("<[^>]*>"));
+    static const QRegularExpression space(QStringLiteral("\\s+"));
+    QString plain = expandMacros(text);
+    plain.replace(paragraph, QStringLiteral(" "));
+    plain.remove(tag);
+    plain.replace(space, QStringLiteral(" "));
+    return plain.trimmed();
+}
+
+void InstallSilentQuestion::writeLine(const QString &line)
+{
+    // Standard output first, so the line lands after what was already printed.
+    std::fflush(stdout);
+    std::fprintf(m_stream, "%s\n", line.toLocal8Bit().constData());
+    std::fflush(m_stream);
+}

@@ -1,0 +1,75 @@
+#include "media/filestoreinstallmedia.h"
+
+#include "core/fileutils.h"
+#include "core/installexception.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <sys/stat.h>
+
+namespace {
+
+// Walks directory (a path on disk), adding regular files as prefix + name.
+void collect(const QString &directory, const QString &prefix, QStringList &names, quint64 &totalSize)
+{
+    const QStringList entries = QDir(directory).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &entry : entries) {
+        const QString path = directory + QLatin1Char('/') + entry;
+        struct stat status;
+        if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+            continue;
+        if (S_ISDIR(status.st_mode)) {
+            collect(path, prefix + entry + QLatin1Char('/'), names, totalSize);
+        } else if (S_ISREG(status.st_mode)) {
+            names.append(prefix + entry);
+            totalSize += quint64(status.st_size);
+        }
+    }
+}
+
+} // namespace
+
+FileStoreInstallMedia::FileStoreInstallMedia(const QString &root, QObject *parent)
+    : InstallMedia(parent)
+    , m_root(root)
+{ }
+
+QStringList FileStoreInstallMedia::list(const QString &folder, quint64 &totalSize)
+{
+    QStringList names;
+    totalSize = 0;
+    collect(m_root + QLatin1Char('/') + folder, QString(), names, totalSize);
+    return names;
+}
+
+quint64 FileStoreInstallMedia::totalSize()
+{
+    QStringList names;
+    quint64 size = 0;
+    collect(m_root, QString(), names, size);
+    return size;
+}
+
+void FileStoreInstallMedia::copyFiles(
+    const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
+{
+    for (const QString &name : files) {
+        const QString source = m_root + QLatin1Char('/') + sourceFolder + QLatin1Char('/') + name;
+        const QString target = destinationFolder + QLatin1Char('/') + name;
+        emit extractingFile(name);
+
+        struct stat status;
+        if (::stat(QFile::encodeName(source).constData(), &status) != 0)
+            throw InstallException(
+                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+        if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
+            continue;
+        makeTargetFolder(target);
+        if (!FileUtils::copyFile(source, target))
+            throw InstallException(
+                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+        emit extractedFile(quint64(status.st_size));
+    }
+}

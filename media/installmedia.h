@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QObject>
+#include <QStringList>
+
+class InstallOverwriteDecision;
+
+// The run's one source of product files: a package archive or a directory
+// tree. Paths inside a medium are relative with "/" separators; a folder is a
+// path prefix without a trailing "/". While copying, every file is announced by
+// extractingFile (its name) and, once written, by extractedFile (its size in
+// bytes; listeners that want a running total keep it themselves). Owned by the
+// installer application; used on the user-interface thread.
+class InstallMedia : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY(InstallMedia)
+
+public:
+    explicit InstallMedia(QObject *parent = nullptr);
+    ~InstallMedia() override;
+
+    // Every file below folder, at any depth, relative to it; totalSize becomes
+    // the sum of their sizes.
+    virtual QStringList list(const QString &folder, quint64 &totalSize) = 0;
+    // The size of every file of the medium.
+    virtual quint64 totalSize() = 0;
+    // Copies each of files (relative to sourceFolder) to destinationFolder +
+    // "/" + name, in order, after asking the overwrite decision. Throws
+    // InstallException with "Cannot create folder " or "Cannot copy file "
+    // messages; files copied before a failure stay.
+    virtual void copyFiles(
+        const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
+        = 0;
+
+    // Not owned; null means every file is replaced.
+    void setOverwriteDecision(InstallOverwriteDecision *decision) { m_decision = decision; }
+    InstallOverwriteDecision *overwriteDecision() const { return m_decision; }
+
+signals:
+    void extractingFile(const QString &filename);
+    void extractedFile(quint64 bytesExtracted);
+
+protected:
+    // Asks the overwrite decision about target (true when there is none).
+    bool shouldCopy(qint64 sourceModified, quint64 sourceSize, const QString &target) const;
+    // Makes the folder that will hold target; throws InstallException with
+    // "Cannot create folder " + its absolute path.
+    static void makeTargetFolder(const QString &target);
+
+private:
+    InstallOverwriteDecision *m_decision = nullptr;
+};

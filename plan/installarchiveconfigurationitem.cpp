@@ -1,0 +1,104 @@
+#include "plan/installarchiveconfigurationitem.h"
+
+#include "core/installexception.h"
+#include "core/macrotable.h"
+#include "media/installmedia.h"
+#include "plan/installconfigurationlist.h"
+#include "plan/installfiledeletion.h"
+
+#include <QFileInfo>
+
+namespace {
+
+// Disconnects when the extraction ends, also when it throws.
+class ConnectionGuard
+{
+public:
+    ConnectionGuard(QMetaObject::Connection first, QMetaObject::Connection second)
+        : m_first(first)
+        , m_second(second)
+    { }
+    ~ConnectionGuard()
+    {
+        QObject::disconnect(m_first);
+        QObject::disconnect(m_second);
+    }
+    ConnectionGuard(const ConnectionGuard &) = delete;
+    ConnectionGuard &operator=(const ConnectionGuard &) = delete;
+
+private:
+    QMetaObject::Connection m_first;
+    QMetaObject::Connection m_second;
+};
+
+} // namespace
+
+InstallArchiveConfigurationItem::InstallArchiveConfigurationItem(InstallConfigurationItem *parent,
+    const QString &title, const QString &description, int level, bool visible, quint32 flags,
+    const QString &archiveName, const QString &destination, quint32 options)
+    : InstallConfigurationItem(parent, title, description, level, visible, flags)
+    , m_archiveName(archiveName)
+    , m_destination(destination)
+    , m_options(options)
+{ }
+
+void InstallArchiveConfigurationItem::setFiles(const QStringList &files)
+{
+    m_files = files;
+    m_filesKnown = true;
+}
+
+void InstallArchiveConfigurationItem::extractedFile(quint64 bytesExtracted)
+{
+    m_bytesExtracted += bytesExtracted;
+    emit progress(int(std::min<quint64>(m_bytesExtracted >> 10, INT_MAX)));
+}
+
+void InstallArchiveConfigurationItem::installAction()
+{
+    if (!(m_options & ExtractOnInstall))
+        return;
+    InstallConfigurationList *root = list();
+    InstallMedia *media = root ? root->media() : nullptr;
+    if (!media)
+        throw InstallException(QStringLiteral("No installation medium for ") + m_archiveName);
+
+    quint64 totalSize = 0;
+    setFiles(media->list(m_archiveName, totalSize));
+    emit progress(0);
+    announceTotalSteps(qint64(std::min<quint64>(totalSize >> 10, INT_MAX)));
+
+    m_bytesExtracted = 0;
+    const ConnectionGuard connections(
+        connect(media, &InstallMedia::extractedFile, this, &InstallArchiveConfigurationItem::extractedFile),
+        connect(media, &InstallMedia::extractingFile, this,
+            qOverload<const QString &>(&InstallConfigurationItem::progress)));
+    media->copyFiles(m_archiveName, m_files, expandMacros(m_destination));
+}
+
+void InstallArchiveConfigurationItem::uninstallAction()
+{
+    if (!(m_options & RemoveOnUninstall))
+        return;
+    QStringList paths;
+    paths.reserve(m_files.size());
+    for (const QString &name : std::as_const(m_files))
+        paths.append(m_destination + QLatin1Char('/') + name);
+    InstallFileDeletion(this).deleteFiles(paths);
+}
+
+void InstallArchiveConfigurationItem::checkInstalledAction()
+{
+    const QString destination = expandMacros(m_destination);
+    int present = 0;
+    for (const QString &name : std::as_const(m_files)) {
+        if (QFileInfo::exists(destination + QLatin1Char('/') + name))
+            ++present;
+    }
+    if (present == m_files.size())
+        setInstalled(fullyInstalled);
+    else if (present == 0)
+        setInstalled(notInstalled);
+    else
+        setInstalled(partiallyInstalled);
+}

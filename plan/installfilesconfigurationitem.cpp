@@ -1,0 +1,92 @@
+#include "plan/installfilesconfigurationitem.h"
+
+#include "core/fileutils.h"
+#include "core/installexception.h"
+#include "core/installmode.h"
+#include "core/installquestion.h"
+#include "core/macrotable.h"
+#include "plan/installfiledeletion.h"
+#include "plan/installoverwritetest.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+InstallFilesConfigurationItem::InstallFilesConfigurationItem(InstallConfigurationItem *parent,
+    const QString &title, const QString &description, int level, bool visible, quint32 flags,
+    const Entry *table)
+    : InstallConfigurationItem(parent, title, description, level, visible, flags)
+{
+    for (const Entry *entry = table; entry && entry->source && *entry->source; ++entry) {
+        m_entries.append({ QString::fromUtf8(entry->source),
+            QString::fromUtf8(entry->destination ? entry->destination : ""), entry->flags });
+    }
+}
+
+void InstallFilesConfigurationItem::installAction()
+{
+    announceTotalSteps(entryCount());
+    InstallOverwriteTest overwriteTest(question());
+    for (int i = 0; i < entryCount(); ++i) {
+        emit progress(i);
+        const File &entry = m_entries.at(i);
+        if (entry.flags & SkipOnInstall)
+            continue;
+
+        const QString source = findSource(expandMacros(entry.source));
+        const QString destination = expandMacros(entry.destination);
+        struct stat status;
+        if (::stat(QFile::encodeName(source).constData(), &status) != 0)
+            throw InstallException(
+                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
+        if (!overwriteTest.shouldOverwrite(status.st_mtim.tv_sec, quint64(status.st_size), destination))
+            continue;
+
+        const QString folder = QFileInfo(destination).absolutePath();
+        if (!FileUtils::makePath(folder))
+            throw InstallException(QStringLiteral("Cannot create folder ") + folder);
+        if (!FileUtils::copyFile(source, destination))
+            throw InstallException(
+                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
+    }
+}
+
+QString InstallFilesConfigurationItem::findSource(const QString &source) const
+{
+    QString path = source;
+    while (!QFileInfo(path).isFile()) {
+        path = question()->locateFile(source);
+        if (path.isEmpty())
+            throw InstallException(QStringLiteral("Cannot find file '") + source + QStringLiteral("'"));
+    }
+    return path;
+}
+
+void InstallFilesConfigurationItem::uninstallAction()
+{
+    // Files marked to stay are kept only when the product goes; a repair or
+    // an upgrade replaces them like the rest.
+    const bool removing = isMode(InstallMode::Remove);
+    QStringList paths;
+    for (const File &entry : std::as_const(m_entries)) {
+        if (!(removing && (entry.flags & KeepOnRemove)))
+            paths.append(entry.destination);
+    }
+    InstallFileDeletion(this).deleteFiles(paths);
+}
+
+void InstallFilesConfigurationItem::checkInstalledAction()
+{
+    int present = 0;
+    for (const File &entry : std::as_const(m_entries)) {
+        if (QFileInfo::exists(expandMacros(entry.destination)))
+            ++present;
+    }
+    if (present == entryCount())
+        setInstalled(fullyInstalled);
+    else if (present == 0)
+        setInstalled(notInstalled);
+    else
+        setInstalled(partiallyInstalled);
+}

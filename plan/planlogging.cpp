@@ -1,0 +1,3 @@
+#include "plan/planlogging.h"
+
+Q_LOGGING_CATEGORY(lcPlan, "setup.plan")
