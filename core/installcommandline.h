@@ -1,0 +1,51 @@
+#pragma once
+
+#include "core/installmode.h"
+
+#include <QString>
+#include <QStringList>
+
+class MacroTable;
+
+// The second pass over the command line, owned by the installer application:
+// the starting mode, silent running, the medium, the destination and macro
+// overrides. Unlike the first pass it rejects every argument it does not know.
+class InstallCommandLine
+{
+public:
+    // Run flags, as the application keeps them.
+    enum RunFlag {
+        Silent = 1,
+        LicenceAccepted = 2,
+    };
+
+    // Walks the arguments after the program path, applying "--set",
+    // "--destination" and "--user-mode-install" to the table as it goes, then
+    // checks root. Throws HException with "Unknown command line option: '...'"
+    // or "The installer must be run as root"; nothing has been installed then.
+    void parse(const QStringList &arguments, MacroTable &table);
+
+    int runFlags() const { return m_runFlags; }
+    bool isSilent() const { return m_runFlags & Silent; }
+    bool licenceAccepted() const { return m_runFlags & LicenceAccepted; }
+    // Starts true; "--user-mode-install" clears it.
+    bool rootRequired() const { return m_rootRequired; }
+    InstallMode::Mode mode() const { return m_mode; }
+    // With a data file the medium is a package archive at dataOffset(),
+    // otherwise the file store at "$(SrcDir)".
+    bool hasDataFile() const { return m_hasDataFile; }
+    const QString &dataFile() const { return m_dataFile; }
+    // Signed hexadecimal without prefix; 0 when the text does not convert.
+    qint64 dataOffset() const;
+
+private:
+    int m_runFlags = 0;
+    bool m_rootRequired = true;
+    bool m_modify = false;
+    bool m_remove = false;
+    bool m_repair = false;
+    bool m_hasDataFile = false;
+    QString m_dataFile;
+    QString m_dataOffsetText;
+    InstallMode::Mode m_mode = InstallMode::Typical;
+};

@@ -1,0 +1,99 @@
+#include "installer/copyfilesmode.h"
+
+#include "core/console.h"
+#include "core/fileutils.h"
+#include "core/hexception.h"
+#include "core/installerfiles.h"
+#include "core/macrotable.h"
+#include "core/plaintextrenderer.h"
+#include "installer/consolelicenceprompt.h"
+#include "installer/licencedocument.h"
+#include "installer/textprogressbar.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
+
+#include <algorithm>
+#include <cstdio>
+#include <unistd.h>
+
+CopyFilesMode::CopyFilesMode(const EntryCommandLine &options)
+    : m_options(options)
+{ }
+
+void CopyFilesMode::run()
+{
+    int columns = 0;
+    int rows = 0;
+    if (Console::terminalSize(&columns, &rows)) {
+        m_columns = std::min(columns, 80);
+        m_rows = rows;
+    }
+    TextProgressBar bar(m_columns);
+
+    macros().setDefaults();
+    checkDestination();
+    if (!m_options.licenceAccepted())
+        confirmLicence();
+    makeDestination();
+    copyInstallerFiles(bar);
+}
+
+void CopyFilesMode::checkDestination()
+{
+    m_destination = expandMacros(m_options.copyDestination()) + QStringLiteral("/bin");
+    if (QDir::isRelativePath(m_destination))
+        throw HException(QStringLiteral("destination directory must be an absolute path"));
+}
+
+void CopyFilesMode::confirmLicence()
+{
+    PlainTextRenderer renderer(m_columns);
+    QString text;
+    QString error;
+    if (!renderer.render(LicenceDocument::bytes(), &text, &error))
+        throw HException(error);
+    const bool interactive = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    ConsoleLicencePrompt prompt(interactive, m_rows);
+    if (!prompt.ask(text.split(QLatin1Char('\n'))))
+        throw HException(QStringLiteral("License agreement not accepted"));
+    std::fputs("License agreement accepted\n", stdout);
+    std::fflush(stdout);
+}
+
+void CopyFilesMode::makeDestination()
+{
+    if (!QFileInfo(m_destination).isDir() && !FileUtils::makePath(m_destination))
+        throw HException(QStringLiteral("cannot mkdir ") + m_destination);
+}
+
+void CopyFilesMode::copyInstallerFiles(TextProgressBar &bar)
+{
+    // The installer's own files are picked up from the current directory, as
+    // if it were the installation's "bin" folder.
+    MacroTable local = macros();
+    local.set(QStringLiteral("InstallerDir"), QStringLiteral("."));
+
+    QStringList sources;
+    qint64 total = 0;
+    for (const QString &entry : InstallerFiles::list()) {
+        const QString source = local.expand(entry);
+        const QFileInfo info(source);
+        if (!info.exists())
+            continue;
+        sources.append(source);
+        total += info.size();
+    }
+    if (m_options.showProgress())
+        bar.start(QStringLiteral("Copying files"), total);
+
+    for (const QString &source : sources) {
+        const QString target = m_destination + QLatin1Char('/') + QFileInfo(source).fileName();
+        if (m_options.verbose())
+            bar.printLine(target);
+        if (!FileUtils::copyFile(source, target))
+            throw HException(QStringLiteral("cannot copy ") + source + QStringLiteral(" to ") + target);
+        bar.advance(QFileInfo(source).size());
+    }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/entrycommandline.h"
+
+#include <QString>
+
+class TextProgressBar;
+
+// The console-only mode: copies every installation file (the installer's own
+// files first) into a directory without installing anything. Needs a
+// QCoreApplication; never opens a window.
+class CopyFilesMode
+{
+public:
+    explicit CopyFilesMode(const EntryCommandLine &options);
+
+    // Runs the whole mode. Throws HException with the console message
+    // ("License agreement not accepted", "cannot mkdir ...", ...).
+    void run();
+
+private:
+    void checkDestination();
+    void confirmLicence();
+    void makeDestination();
+    void copyInstallerFiles(TextProgressBar &bar);
+
+    const EntryCommandLine &m_options;
+    int m_columns = 80;
+    int m_rows = 25;
+    QString m_destination;
+};

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QLocalServer>
+#include <QLockFile>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+// One running installer per product, version and user. The first process to
+// take the per-user lock file listens on a local socket; a later one finds the
+// lock taken and can send the first a message instead of running itself.
+// Lives on the user-interface thread for the whole run.
+class InstallSingleInstance : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY(InstallSingleInstance)
+
+public:
+    explicit InstallSingleInstance(const QString &identifier, QObject *parent = nullptr);
+    ~InstallSingleInstance() override;
+
+    // True when another process holds the identifier.
+    bool isRunning() const { return m_running; }
+    // Delivers message to the running instance; false when it could not be
+    // delivered within timeout milliseconds.
+    bool sendMessage(const QString &message, int timeout);
+
+signals:
+    // The running instance got a message from a later start (the window
+    // should come to the front).
+    void messageReceived(const QString &message);
+
+private:
+    void onNewConnection();
+
+    QString m_serverName;
+    std::unique_ptr<QLockFile> m_lock;
+    QLocalServer m_server;
+    bool m_running = false;
+};

@@ -1,0 +1,190 @@
+#include "installer/processentry.h"
+
+#include "core/entrycommandline.h"
+#include "core/hexception.h"
+#include "core/installcommandline.h"
+#include "core/macrotable.h"
+#include "core/productinfo.h"
+#include "installer/copyfilesmode.h"
+#include "installer/installsingleinstance.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// Console errors: standard output first, so the error comes after what was printed.
+void printError(const QString &message)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "error: %s\n", message.toLocal8Bit().constData());
+    std::fflush(stderr);
+}
+
+// Closes a descriptor when it goes out of scope.
+class Descriptor
+{
+public:
+    explicit Descriptor(int fd)
+        : m_fd(fd)
+    { }
+    ~Descriptor()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+bool parseId(const char *text, unsigned long *id)
+{
+    if (!text || !*text)
+        return false;
+    char *end = nullptr;
+    *id = std::strtoul(text, &end, 10);
+    return *end == '\0';
+}
+
+} // namespace
+
+ProcessEntry::ProcessEntry(int argc, char **argv)
+    : m_argc(argc)
+    , m_argv(argv)
+{
+    for (int i = 0; i < argc; ++i)
+        m_arguments.append(QString::fromLocal8Bit(argv[i]));
+}
+
+ProcessEntry::~ProcessEntry() = default;
+
+int ProcessEntry::runConsoleModes()
+{
+    EntryCommandLine options;
+    switch (options.parse(m_arguments)) {
+    case EntryCommandLine::Help:
+        std::fputs(EntryCommandLine::helpPage().toLocal8Bit().constData(), stderr);
+        return 1;
+    case EntryCommandLine::ArgumentExpected:
+        printError(QStringLiteral("argument expected"));
+        return 1;
+    case EntryCommandLine::Continue:
+        break;
+    }
+    if (!options.copyFilesMode())
+        return GoOn;
+    return runCopyFilesMode(options);
+}
+
+int ProcessEntry::runCopyFilesMode(const EntryCommandLine &options)
+{
+    QCoreApplication application(m_argc, m_argv);
+    try {
+        CopyFilesMode(options).run();
+    } catch (const HException &e) {
+        printError(e.message());
+        return 1;
+    }
+    return 0;
+}
+
+void ProcessEntry::prepareInstaller()
+{
+    // The X11 shared-memory extension fails under sudo and in remote sessions;
+    // a value the user set is kept.
+    if (!qEnvironmentVariableIsSet("QT_X11_NO_MITSHM"))
+        qputenv("QT_X11_NO_MITSHM", "1");
+    m_savedUmask = ::umask(022);
+}
+
+bool ProcessEntry::handOverToRunningInstance()
+{
+    m_instance = std::make_unique<InstallSingleInstance>(instanceIdentifier());
+    if (!m_instance->isRunning())
+        return false;
+    // The status is 0 whether or not the message arrived.
+    m_instance->sendMessage(QString(), 5000);
+    return true;
+}
+
+int ProcessEntry::runInstaller()
+{
+    macros().setDefaults();
+    InstallCommandLine commandLine;
+    try {
+        commandLine.parse(m_arguments, macros());
+    } catch (const HException &e) {
+        reportInstallationError(e.message());
+        finish(0);
+    }
+    reportInstallationError(QStringLiteral("Installation runs are not available in this build yet; use "
+                                           "--copy-files-to to copy the installation files"));
+    return 0;
+}
+
+void ProcessEntry::reportInstallationError(const QString &message)
+{
+    printError(message);
+}
+
+void ProcessEntry::finish(int result)
+{
+    unsigned long uid = 0;
+    unsigned long gid = 0;
+    if (parseId(std::getenv("SUDO_UID"), &uid) && parseId(std::getenv("SUDO_GID"), &gid)) {
+        handBackConfiguration(QDir::homePath(), expandMacros(QStringLiteral("$(Company)")),
+            expandMacros(QStringLiteral("$(Product)")), uid_t(uid), gid_t(gid));
+    }
+    // The lock must not outlive the process: _exit skips every destructor.
+    m_instance.reset();
+    ::umask(m_savedUmask);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    ::_exit(result == 1 ? 0 : 1);
+}
+
+QString ProcessEntry::instanceIdentifier()
+{
+    return QString::asprintf("%s %s %s%s Setup", ProductInfo::companyName().toUtf8().constData(),
+        ProductInfo::fullProductName().toUtf8().constData(), ProductInfo::majorVersion().toUtf8().constData(),
+        ProductInfo::minorVersion().toUtf8().constData());
+}
+
+void ProcessEntry::handBackConfiguration(
+    const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid)
+{
+    // Each step is opened relative to the one before with O_NOFOLLOW, and the
+    // ownership change itself does not follow links either: a link planted in
+    // place of one of the folders can never hand over a file elsewhere.
+    const Descriptor homeFd(::open(QFile::encodeName(home).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (homeFd.get() < 0)
+        return;
+    struct stat status;
+    if (::fstatat(homeFd.get(), ".config", &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_uid == 0
+        && status.st_gid == 0)
+        ::fchownat(homeFd.get(), ".config", uid, gid, AT_SYMLINK_NOFOLLOW);
+
+    const Descriptor configFd(
+        ::openat(homeFd.get(), ".config", O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (configFd.get() < 0)
+        return;
+    const QByteArray companyName = QFile::encodeName(company);
+    ::fchownat(configFd.get(), companyName.constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
+
+    const Descriptor companyFd(
+        ::openat(configFd.get(), companyName.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (companyFd.get() < 0)
+        return;
+    ::fchownat(companyFd.get(), QFile::encodeName(product).constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QStringList>
+
+#include <memory>
+
+#include <sys/types.h>
+
+class InstallSingleInstance;
+
+// The process from start to exit. A process runs exactly one of: the help page,
+// the copy-files mode, a hand-over to an installer that already runs, or one
+// installer run. main() calls these steps in order and creates the
+// application object between them.
+class ProcessEntry
+{
+public:
+    // Returned by runConsoleModes() when the installer is to run.
+    static const int GoOn = -1;
+
+    ProcessEntry(int argc, char **argv);
+    ~ProcessEntry();
+    ProcessEntry(const ProcessEntry &) = delete;
+    ProcessEntry &operator=(const ProcessEntry &) = delete;
+
+    // First pass over the command line: the help page, "argument expected" and
+    // the copy-files mode end the process with the status returned; GoOn
+    // otherwise. Creates its own console application object when needed.
+    int runConsoleModes();
+
+    // Before the installer's application object: the environment it needs
+    // and a umask of 022 (the previous one is restored by finish()).
+    void prepareInstaller();
+
+    // After the application object exists: true when an installer of this
+    // product and version already runs for this user; it has been told to come
+    // to the front and this process should exit with status 0.
+    bool handOverToRunningInstance();
+
+    // Defaults, the second pass and the run. Returns the application's result:
+    // 1 for success.
+    int runInstaller();
+
+    // Hands the per-user configuration folders back to the sudo user, restores
+    // the umask and ends the process at once: status 0 for result 1, else 1.
+    [[noreturn]] void finish(int result);
+
+    // "%s %s %s%s Setup" from the company, product and version.
+    static QString instanceIdentifier();
+
+    // Gives the three per-user configuration folders under home to uid:gid
+    // without following symbolic links. Failures are ignored.
+    static void handBackConfiguration(
+        const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid);
+
+private:
+    int runCopyFilesMode(const class EntryCommandLine &options);
+    void reportInstallationError(const QString &message);
+
+    int m_argc;
+    char **m_argv;
+    QStringList m_arguments;
+    mode_t m_savedUmask = 0;
+    std::unique_ptr<InstallSingleInstance> m_instance;
+};
