@@ -333,14 +333,11 @@ void tst_InstallSettingsRecord::emptyAttributesKeepMacros()
         SmallPlan plan(InstallMode::Typical);
         QVERIFY(InstallSettingsRecord(&plan.list).save(path(QStringLiteral("IConf.xml"))));
     }
-    QByteArray record = contents(path(QStringLiteral("IConf.xml")));
-    record.replace(QRegularExpression(QStringLiteral(" %1=\"[^\"]*\"").arg(attribute))
-                       .match(QString::fromLatin1(record))
-                       .captured(0)
-                       .toLatin1(),
-        " " + attribute.toLatin1() + "=\"\"");
-    QVERIFY(record.contains(" " + attribute.toLatin1() + "=\"\""));
-    QVERIFY(writeFile(path(QStringLiteral("IConf.xml")), record));
+    QString record = QString::fromLatin1(contents(path(QStringLiteral("IConf.xml"))));
+    const QString empty = QLatin1Char(' ') + attribute + QStringLiteral("=\"\"");
+    record.replace(QRegularExpression(QStringLiteral(" %1=\"[^\"]*\"").arg(attribute)), empty);
+    QCOMPARE(record.count(empty), 1);
+    QVERIFY(writeFile(path(QStringLiteral("IConf.xml")), record.toLatin1()));
 
     for (const char *name : { "DestDir", "SrcDir", "ProgramFolderDir", "ProgramFolderName" })
         macros().set(QLatin1String(name), QStringLiteral("$(Before)"));
