@@ -5,6 +5,7 @@
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
 #include "plan/installconfigurationitem.h"
+#include "plan/planlogging.h"
 
 #include <QDir>
 #include <QFile>
@@ -41,8 +42,12 @@ void InstallFileDeletion::deleteFile(const QString &path)
         struct stat status;
         // A symbolic link, a folder or a device here is not what was
         // installed; it stays.
-        if (::lstat(encoded.constData(), &status) != 0 || !S_ISREG(status.st_mode))
+        if (::lstat(encoded.constData(), &status) != 0)
             return;
+        if (!S_ISREG(status.st_mode)) {
+            qCDebug(lcPlan) << "leaving" << path << "in place: not a regular file";
+            return;
+        }
         if (FileUtils::removeFile(path))
             return;
         const int answer = m_item->question()->ask(
@@ -54,8 +59,10 @@ void InstallFileDeletion::deleteFile(const QString &path)
             InstallQuestion::Retry);
         if (answer == InstallQuestion::Cancel)
             throw InstallUserCancelException();
-        if (answer != InstallQuestion::Retry)
+        if (answer != InstallQuestion::Retry) {
+            qCDebug(lcPlan) << "leaving" << path << "in place: it cannot be removed";
             return;
+        }
     }
 }
 

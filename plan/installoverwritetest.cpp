@@ -2,6 +2,7 @@
 
 #include "core/installquestion.h"
 #include "core/installusercancelexception.h"
+#include "plan/planlogging.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -70,8 +71,10 @@ bool InstallOverwriteTest::shouldOverwrite(
     if (s_overwriteMemory == NoToAll)
         return false;
     const qint64 destinationModified = status.st_mtim.tv_sec;
-    if (destinationModified == sourceModified && quint64(status.st_size) == sourceSize)
+    if (destinationModified == sourceModified && quint64(status.st_size) == sourceSize) {
+        qCDebug(lcPlan) << "keeping" << destination << "of the same time and size";
         return false;
+    }
 
     if (s_overwriteMemory != YesToAll) {
         const QString name = QFileInfo(destination).fileName();

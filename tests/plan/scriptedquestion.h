@@ -10,8 +10,9 @@
 #include <functional>
 
 // Answers questions from a script and records every question asked. When the
-// script runs out it answers with the default button and notes the surprise,
-// so that a test can tell an unexpected question from an expected one.
+// script runs out it answers Cancel (or the default when Cancel is not
+// offered) and notes the surprise, so that a test can tell an unexpected
+// question from an expected one.
 class ScriptedQuestion : public InstallQuestion
 {
 public:
@@ -29,8 +30,9 @@ public:
         if (beforeAnswer)
             beforeAnswer(asked.size());
         if (answers.isEmpty()) {
+            // Ends the run rather than loop on a default Retry.
             ++unscripted;
-            return defaultButton;
+            return (buttons & Cancel) ? int(Cancel) : defaultButton;
         }
         return answers.takeFirst();
     }
