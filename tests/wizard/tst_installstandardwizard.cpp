@@ -23,6 +23,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTextBrowser>
+#include <QTimer>
 
 namespace {
 
@@ -80,6 +81,7 @@ private slots:
     void listedRows();
     void modeChoice();
     void progressThroughInterface();
+    void cancelHeardDuringOperation();
     void installationError();
     void questionIsTheMessageBox();
 };
@@ -400,6 +402,43 @@ void tst_InstallStandardWizard::progressThroughInterface()
     plan.list.setInstalled(InstallConfigurationItem::notInstalled, true);
     QVERIFY(plan.list.install());
     QCOMPARE(progress->stepsDone(), 3);
+}
+
+void tst_InstallStandardWizard::cancelHeardDuringOperation()
+{
+    // An item whose action takes long: while it runs, a Cancel click waits in
+    // the queue; the next progress report must deliver it.
+    struct SlowItem : InstallConfigurationItem
+    {
+        SlowItem(InstallConfigurationItem *parent, InstallStandardWizard *wizard, QList<int> *seenDuring,
+            const QList<int> *cancels)
+            : InstallConfigurationItem(parent, QStringLiteral("Toolchain"), QString(), 0, true, AllFlags)
+            , m_wizard(wizard)
+            , m_seenDuring(seenDuring)
+            , m_cancels(cancels)
+        { }
+        void installAction() override
+        {
+            announceTotalSteps(10);
+            QTimer::singleShot(0, m_wizard->window()->cancelButton(), &QPushButton::click);
+            emit progress(5);
+            *m_seenDuring = *m_cancels;
+        }
+        InstallStandardWizard *m_wizard;
+        QList<int> *m_seenDuring;
+        const QList<int> *m_cancels;
+    };
+    Plan plan;
+    InstallStandardWizard wizard(&plan.list, options());
+    QList<int> cancels;
+    QList<int> seenDuring;
+    connect(&wizard, &InstallWizardInterface::cancelClicked, this, [&](int id) { cancels.append(id); });
+    SlowItem slow(&plan.list, &wizard, &seenDuring, &cancels);
+    wizard.setProgressPhase(InstallWizardInterface::Installing);
+    wizard.showPage(16);
+    wizard.setProgressFollowsList(true);
+    QVERIFY(plan.list.install());
+    QCOMPARE(seenDuring, QList<int> { 16 });
 }
 
 void tst_InstallStandardWizard::installationError()
