@@ -298,7 +298,7 @@ void tst_InstallPages::findFileForms_data()
     QTest::newRow("installation folder")
         << int(InstallFindFileDialog::InstallationFolder) << "/opt/old"
         << "Locate Installation Folder"
-        << "<p>Cannot find the directory named:<p>/opt/oldPlease locate the 'Calvra 5.50' installation "
+        << "<p>Cannot find the directory named:<p>/opt/old<p>Please locate the 'Calvra 5.50' installation "
            "folder\nand "
            "then click OK to continue. Click Cancel to terminate installation.";
     QTest::newRow("file")
