@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
@@ -80,6 +81,9 @@ ClassicInstallWizard::ClassicInstallWizard(const QPixmap &headerImage, QWidget *
     connect(m_backButton, &QPushButton::clicked, this, &InstallWizard::onBackClicked);
     connect(m_nextButton, &QPushButton::clicked, this, &InstallWizard::onNextClicked);
     connect(m_cancelButton, &QPushButton::clicked, this, &InstallWizard::onCancelClicked);
+    // The row has no Help button; F1 asks the visible page for help instead.
+    auto *help = new QShortcut(QKeySequence::HelpContents, this);
+    connect(help, &QShortcut::activated, this, &InstallWizard::onHelpClicked);
 
     centreOnPrimaryScreen();
 }

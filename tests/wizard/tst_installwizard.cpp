@@ -30,6 +30,7 @@ private slots:
     void buttonsFollowPage();
     void buttonsForwardToVisiblePage();
     void escapeAndCloseAreCancel();
+    void f1IsHelp();
 };
 
 void tst_InstallWizard::initTestCase()
@@ -262,6 +263,18 @@ void tst_InstallWizard::escapeAndCloseAreCancel()
     QVERIFY(!wizard.close());
     QVERIFY(wizard.isVisible());
     QCOMPARE(cancelled.count(), 2);
+}
+
+void tst_InstallWizard::f1IsHelp()
+{
+    ClassicInstallWizard wizard;
+    auto *page = new InstallTextDialog(QStringLiteral("First"), QString());
+    wizard.addPage(page, 1);
+    wizard.showPage(1);
+    QVERIFY(QTest::qWaitForWindowActive(&wizard));
+    QSignalSpy help(page, &InstallWizardDialog::helpClicked);
+    QTest::keyClick(&wizard, Qt::Key_F1);
+    QCOMPARE(help.count(), 1);
 }
 
 QTEST_MAIN(tst_InstallWizard)
