@@ -310,6 +310,17 @@ PackageArchive::Format PackageArchive::formatOf(const QString &path, qint64 star
 void PackageArchive::open(const QString &path, qint64 startOffset, quint32 flags)
 {
     clear();
+    try {
+        readTable(path, startOffset, flags);
+    } catch (...) {
+        // A table that fails half way leaves no members behind.
+        clear();
+        throw;
+    }
+}
+
+void PackageArchive::readTable(const QString &path, qint64 startOffset, quint32 flags)
+{
     Header header = readHeader(path, startOffset);
     m_indexed = (flags & SortedIndex) != 0;
     m_version = header.version;
