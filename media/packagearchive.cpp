@@ -26,6 +26,8 @@
  *       offset (from the inner magic), u32 size, u32 read-only flag (only the
  *       first byte is read: set gives mode 0444, clear 0666), i32 time
  *     member data in table order.
+ *   A current header may also announce version 1 (of either compression
+ *   kind); its body is then the version 1 content from the inner magic on.
  *   A file starting with the inner magic itself is an uncompressed version 1
  *   archive; its plain stream counts whole reads as 1, so only an empty one
  *   opens.
@@ -241,6 +243,16 @@ void PackageArchive::clear()
     m_indexed = false;
 }
 
+// A version-1 body starts with the inner magic and the member count.
+void PackageArchive::readInnerHeader(Header &header)
+{
+    uchar inner[8];
+    header.stream->read(reinterpret_cast<char *>(inner), 8);
+    if (qFromLittleEndian<quint32>(inner) != InnerMagic)
+        throw error("unsupported package file format");
+    header.count = qFromLittleEndian<quint32>(inner + 4);
+}
+
 PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 startOffset)
 {
     const QByteArray encoded = QFile::encodeName(path);
@@ -269,16 +281,14 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
         if (version != 1 && version != 2)
             throw error("unsupported package file format");
         header.version = version;
+        if (version == 1)
+            readInnerHeader(header);
     } else if (magic == LegacyMagic) {
         if (::fseeko(file.get(), off_t(startOffset + LegacyHeaderSize), SEEK_SET) != 0)
             throw error("unsupported package file format");
         header.stream = createInputFile(0, file.release());
-        uchar inner[8];
-        header.stream->read(reinterpret_cast<char *>(inner), 8);
-        if (qFromLittleEndian<quint32>(inner) != InnerMagic)
-            throw error("unsupported package file format");
         header.version = 1;
-        header.count = qFromLittleEndian<quint32>(inner + 4);
+        readInnerHeader(header);
     } else if (magic == InnerMagic) {
         header.stream = std::make_unique<PackageArchiveIOFile>(file.release());
         header.version = 1;

@@ -49,8 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     try {
         PackageArchive::formatOf(file.path());
-    } catch (const HException &) {
-    }
+    } catch (const HException &) { }
     try {
         PackageArchive archive;
         archive.open(file.path(), 0, size % 2 ? PackageArchive::SortedIndex : 0);
@@ -61,14 +60,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             archive.indexOf(member.name());
             try {
                 PackageArchive::checkedTarget(QStringLiteral("/nonexistent-fuzz-target"), member.name());
-            } catch (const HException &) {
-            }
+            } catch (const HException &) { }
             const QByteArray bytes = archive.data(member);
             if (bytes.size() != qsizetype(member.size()))
                 __builtin_trap();
         }
         archive.entries(QStringLiteral("*[a-z]?.h"));
-    } catch (const HException &) {
-    }
+    } catch (const HException &) { }
     return 0;
 }

@@ -151,6 +151,7 @@ def make_data(folder):
     put("v2-bzip2.pa", write_v2(members, kind=1))
     put("v1.pa", write_v1(members))
     put("v1-empty.pa", write_v1([]))
+    put("v1-in-current-bzip2.pa", struct.pack("<IHH", MAGIC, (1 << 12) | 1, 0) + bz2.compress(body_v1(members)))
     put("v2-empty.pa", write_v2([]))
     put("embedded-at-1000.bin", b"\x7fELF" + b"\xAA" * 996 + write_v2(members, kind=1))
     put("plain-v1-empty.pa", struct.pack("<II", INNER_MAGIC, 0))

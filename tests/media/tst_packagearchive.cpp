@@ -349,6 +349,7 @@ void tst_PackageArchive::readsIndependentArchives_data()
     QTest::newRow("v2 zlib") << "v2-zlib.pa" << 0 << 2;
     QTest::newRow("v2 bzip2") << "v2-bzip2.pa" << 0 << 2;
     QTest::newRow("v1") << "v1.pa" << 0 << 1;
+    QTest::newRow("v1 behind a current bzip2 header") << "v1-in-current-bzip2.pa" << 0 << 1;
     QTest::newRow("embedded") << "embedded-at-1000.bin" << 1000 << 2;
 }
 
@@ -435,6 +436,7 @@ void tst_PackageArchive::formatOf_data()
     QTest::newRow("v2 zlib") << "v2-zlib.pa" << 0 << 2 << 0 << 4;
     QTest::newRow("v2 bzip2 at 1000") << "embedded-at-1000.bin" << 1000 << 2 << 1 << 4;
     QTest::newRow("v1") << "v1.pa" << 0 << 1 << 0 << 4;
+    QTest::newRow("v1 behind a current header") << "v1-in-current-bzip2.pa" << 0 << 1 << 1 << 4;
     QTest::newRow("uncompressed v1") << "plain-v1-one.pa" << 0 << 1 << 0 << 1;
     QTest::newRow("v2 empty") << "v2-empty.pa" << 0 << 2 << 0 << 0;
 }
@@ -883,6 +885,16 @@ void tst_PackageArchive::unprivileged()
         QStringLiteral("cannot create output file ") + locked + QStringLiteral("/x"));
     QCOMPARE(message([&] { writer.save(locked + QStringLiteral("/a.pa")); }),
         QStringLiteral("cannot open output file"));
+
+    // Someone else's file that may be written but not removed: the bytes go
+    // in, the mode cannot be set.
+    const QString shared = qEnvironmentVariable("SETUP_TEST_SHARED_FOLDER");
+    if (shared.isEmpty())
+        QSKIP("no shared folder prepared by root");
+    const PackageArchiveFile replacement = writer.addData("new", 0644, QStringLiteral("shared-file"));
+    QCOMPARE(message([&] { writer.extract(replacement, shared, true); }),
+        QStringLiteral("cannot set mode of output file ") + shared + QStringLiteral("/shared-file"));
+    QCOMPARE(readAll(shared + QStringLiteral("/shared-file")), QByteArray("new"));
 }
 
 QTEST_GUILESS_MAIN(tst_PackageArchive)
