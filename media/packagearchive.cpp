@@ -47,7 +47,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -522,6 +521,9 @@ PackageArchiveFile PackageArchive::addFile(const QString &diskPath, const QStrin
     struct stat status;
     if (file.get() < 0 || ::fstat(file.get(), &status) != 0)
         throw error("cannot read ", diskPath);
+    // Sizes and offsets in the table are 32 bits wide.
+    if (quint64(status.st_size) > 0xFFFFFFFFu)
+        throw error("file too large ", diskPath);
     auto member = std::make_unique<PackageArchiveData>();
     member->storage = PackageArchiveData::OnDisk;
     member->name = name;
@@ -529,8 +531,6 @@ PackageArchiveFile PackageArchive::addFile(const QString &diskPath, const QStrin
     member->size = quint32(status.st_size);
     member->mode = status.st_mode & ModeMask;
     member->time = QDateTime::fromSecsSinceEpoch(status.st_mtime, Qt::UTC);
-    if (quint64(status.st_size) > 0xFFFFFFFFu)
-        throw error("file too large ", diskPath);
     return PackageArchiveFile(appendMember(std::move(member)));
 }
 

@@ -193,6 +193,7 @@ private slots:
     void entries();
     void addDataReplaces();
     void memberSources();
+    void sizeLimits();
     void extractFailures();
     void extractWriteFailure();
     void extractSelected();
@@ -617,6 +618,29 @@ void tst_PackageArchive::memberSources()
         QStringLiteral("cannot read file tool"));
     QCOMPARE(message([&] { archive.addFile(source, QStringLiteral("again")); }),
         QStringLiteral("cannot read ") + source);
+}
+
+void tst_PackageArchive::sizeLimits()
+{
+    // Sparse files: large on paper, nothing on disk.
+    const auto sparse = [&](const QString &name, qint64 size) {
+        const QString file = path(name);
+        QFile out(file);
+        if (!out.open(QIODevice::WriteOnly) || !out.resize(size))
+            qFatal("cannot make %s", qPrintable(file));
+        return file;
+    };
+    PackageArchive archive;
+    const QString huge = sparse(QStringLiteral("huge"), Q_INT64_C(0x100000000));
+    QCOMPARE(message([&] { archive.addFile(huge, QStringLiteral("huge")); }),
+        QStringLiteral("file too large ") + huge);
+    QCOMPARE(archive.count(), 0);
+    // Two members that fit one by one but not together; nothing is written.
+    archive.addFile(sparse(QStringLiteral("a"), Q_INT64_C(0x80000000)), QStringLiteral("a"));
+    archive.addFile(sparse(QStringLiteral("b"), Q_INT64_C(0x80000000)), QStringLiteral("b"));
+    const QString target = path(QStringLiteral("too-large.pa"));
+    QCOMPARE(message([&] { archive.save(target); }), QStringLiteral("archive too large"));
+    QVERIFY(!QFileInfo::exists(target));
 }
 
 void tst_PackageArchive::extractFailures()
