@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/entrycommandline.h"
+#include "media/packagearchive.h"
 
 #include <QString>
 
@@ -23,9 +24,12 @@ private:
     void confirmLicence();
     void makeDestination();
     void copyInstallerFiles(TextProgressBar &bar);
+    void copyArchiveMembers(TextProgressBar &bar);
 
     const EntryCommandLine &m_options;
     int m_columns = 80;
     int m_rows = 25;
     QString m_destination;
+    // Empty unless "--data-file" was given.
+    PackageArchive m_archive;
 };
