@@ -1,0 +1,7 @@
+#include "installer/installwizardinterface.h"
+
+InstallWizardInterface::InstallWizardInterface(QObject *parent)
+    : QObject(parent)
+{ }
+
+InstallWizardInterface::~InstallWizardInterface() = default;

@@ -1,0 +1,125 @@
+#include "wizard/installfinisheddialog.h"
+
+#include "core/macrotable.h"
+#include "wizard/wizardlogging.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+InstallFinishedDialog::InstallFinishedDialog(
+    const Settings &settings, InstallMode::Mode mode, QWidget *parent)
+    : InstallWizardDialog(parent)
+    , m_settings(settings)
+    , m_mode(mode)
+    , m_label(new QLabel)
+{
+    setTitle(QStringLiteral("Installation Complete"));
+    setNextLabel(QStringLiteral("&Finish"));
+    m_label->setTextFormat(Qt::RichText);
+    m_label->setWordWrap(true);
+    m_label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    auto *layout = new QVBoxLayout(this);
+    applyBodySpacing(layout);
+    layout->addWidget(m_label);
+    if (!m_settings.releaseNotes.isEmpty())
+        m_releaseNotesBox = addBox(QStringLiteral("Show Release Notes"), false);
+    if (!m_settings.runProgram.isEmpty())
+        m_runBox = addBox(expandMacros(m_settings.runLabel), true);
+    layout->addStretch(1);
+    prepareShow();
+}
+
+InstallFinishedDialog::~InstallFinishedDialog() = default;
+
+void InstallFinishedDialog::setText(const QString &text)
+{
+    m_text = text;
+    prepareShow();
+}
+
+QStringList InstallFinishedDialog::commands() const
+{
+    QStringList result;
+    if (m_releaseNotesBox && !m_releaseNotesBox->isHidden() && m_releaseNotesBox->isChecked()) {
+        // The path is absolute; its own leading slash is the third of "file:///".
+        QString path = expandMacros(m_settings.releaseNotes);
+        while (path.startsWith(QLatin1Char('/')))
+            path.remove(0, 1);
+        result.append(QStringLiteral("xdg-open") + QStringLiteral("|file:///") + path);
+    }
+    if (m_runBox && !m_runBox->isHidden() && m_runBox->isChecked())
+        result.append(expandMacros(m_settings.runProgram));
+    return result;
+}
+
+bool InstallFinishedDialog::runClosingActions() const
+{
+    const QStringList lines = commands();
+    if (lines.isEmpty())
+        return true;
+    const QString path = commandsFile();
+    // Root writes this file in a folder a user may own: refuse a link put
+    // there to make us overwrite something else.
+    const int fd = ::open(
+        QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        qCWarning(lcWizard) << "Cannot write" << path << std::strerror(errno);
+        return false;
+    }
+    QFile file;
+    if (!file.open(fd, QIODevice::WriteOnly | QIODevice::Text, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return false;
+    }
+    for (const QString &line : lines)
+        file.write((line + QLatin1Char('\n')).toUtf8());
+    return file.flush();
+}
+
+QString InstallFinishedDialog::commandsFile()
+{
+    return expandMacros(QStringLiteral("$(SrcDir)/.extract_commands.txt"));
+}
+
+void InstallFinishedDialog::installationModeChanged(InstallMode::Mode mode)
+{
+    m_mode = mode;
+    prepareShow();
+}
+
+void InstallFinishedDialog::prepareShow()
+{
+    m_label->setText(expandMacros(m_text));
+    const bool boxes = offersBoxes();
+    for (QCheckBox *box : { m_releaseNotesBox, m_runBox }) {
+        if (box)
+            box->setHidden(!boxes);
+    }
+}
+
+QCheckBox *InstallFinishedDialog::addBox(const QString &label, bool checked)
+{
+    auto *layout = static_cast<QVBoxLayout *>(this->layout());
+    layout->addSpacerItem(new QSpacerItem(20, 112, QSizePolicy::Minimum, QSizePolicy::Preferred));
+    auto *box = new QCheckBox(label);
+    box->setChecked(checked);
+    layout->addWidget(box);
+    return box;
+}
+
+bool InstallFinishedDialog::offersBoxes() const
+{
+    if (m_mode == InstallMode::Remove)
+        return false;
+    // Without root the commands can only be handed over through an
+    // existing file that the starting program made for us.
+    return ::geteuid() == 0 || QFileInfo::exists(commandsFile());
+}

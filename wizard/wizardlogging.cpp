@@ -1,0 +1,3 @@
+#include "wizard/wizardlogging.h"
+
+Q_LOGGING_CATEGORY(lcWizard, "setup.wizard")
