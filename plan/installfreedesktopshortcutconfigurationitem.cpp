@@ -1,0 +1,104 @@
+#include "plan/installfreedesktopshortcutconfigurationitem.h"
+
+#include "core/fileutils.h"
+#include "core/installexception.h"
+#include "core/macrotable.h"
+#include "core/places.h"
+#include "core/runcommand.h"
+
+#include <QFile>
+
+namespace {
+
+// Desktop entries separate arguments with spaces, so spaces inside a path
+// are escaped.
+QString escapeSpaces(const QString &path)
+{
+    QString escaped = path;
+    return escaped.replace(QLatin1Char(' '), QStringLiteral("\\ "));
+}
+
+} // namespace
+
+InstallFreeDesktopShortcutConfigurationItem::InstallFreeDesktopShortcutConfigurationItem(quint32 systemWide,
+    const QString &vendor, const QString &name, const QString &exec, const QString &icon, bool terminal,
+    bool startupNotify, const QString &categories, const QString &mimeTypes, InstallConfigurationItem *parent,
+    const QString &title, const QString &description, int level, bool visible)
+    : InstallConfigurationItem(parent, title, description, level, visible, AllFlags)
+    , m_systemWide(systemWide)
+    , m_dataFolder(systemWide == 1 ? Places::systemDataFolder() : Places::userDataFolder())
+    , m_name(name)
+    , m_exec(exec)
+    , m_icon(icon)
+    , m_terminal(terminal)
+    , m_startupNotify(startupNotify)
+    , m_categories(categories)
+    , m_mimeTypes(mimeTypes)
+{
+    QString vendorPart = expandMacros(vendor);
+    vendorPart.remove(QLatin1Char(' '));
+    QString namePart = expandMacros(name);
+    namePart.replace(QLatin1Char(' '), QLatin1Char('-'));
+    m_shortcutPath = applicationsFolder() + QLatin1Char('/') + vendorPart.toLower() + QLatin1Char('-')
+        + namePart.toLower() + QStringLiteral(".desktop");
+}
+
+QString InstallFreeDesktopShortcutConfigurationItem::applicationsFolder() const
+{
+    return m_dataFolder + QStringLiteral("/applications");
+}
+
+void InstallFreeDesktopShortcutConfigurationItem::installAction()
+{
+    // A desktop without an applications folder gets no menu entry; that is
+    // not worth failing the installation for.
+    if (!FileUtils::makePath(applicationsFolder()))
+        return;
+
+    QFile file(m_shortcutPath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw InstallException(QStringLiteral("Cannot write .desktop file"));
+
+    const QString name = expandMacros(m_name);
+    const QString exec = escapeSpaces(expandMacros(m_exec));
+    QString entry = QStringLiteral("[Desktop Entry]\n"
+                                   "Version=1.0\n");
+    entry += QStringLiteral("Name=") + name + QLatin1Char('\n');
+    entry += QStringLiteral("Comment=") + name + QLatin1Char('\n');
+    entry += QStringLiteral("Type=Application\n");
+    entry += QStringLiteral("Exec=") + exec + QLatin1Char('\n');
+    entry += QStringLiteral("TryExec=") + exec + QLatin1Char('\n');
+    if (!m_icon.isEmpty())
+        entry += QStringLiteral("Icon=") + escapeSpaces(expandMacros(m_icon)) + QLatin1Char('\n');
+    entry += m_terminal ? QStringLiteral("Terminal=true\n") : QStringLiteral("Terminal=false\n");
+    entry
+        += m_startupNotify ? QStringLiteral("StartupNotify=true\n") : QStringLiteral("StartupNotify=false\n");
+    if (m_categories.isEmpty())
+        entry += QStringLiteral("NoDisplay=true\n");
+    else
+        entry += QStringLiteral("Categories=") + m_categories + QLatin1Char('\n');
+    if (!m_mimeTypes.isEmpty())
+        entry += QStringLiteral("MimeType=") + m_mimeTypes + QLatin1Char('\n');
+    file.write(entry.toUtf8());
+    file.close();
+
+    updateDesktopDatabase();
+}
+
+void InstallFreeDesktopShortcutConfigurationItem::uninstallAction()
+{
+    if (QFile::exists(m_shortcutPath))
+        FileUtils::removeFile(m_shortcutPath);
+    updateDesktopDatabase();
+}
+
+void InstallFreeDesktopShortcutConfigurationItem::checkInstalledAction()
+{
+    setInstalled(QFile::exists(m_shortcutPath) ? fullyInstalled : notInstalled);
+}
+
+void InstallFreeDesktopShortcutConfigurationItem::updateDesktopDatabase() const
+{
+    // Its exit status does not matter: a stale cache only delays the menu.
+    runCommand({ QStringLiteral("update-desktop-database"), QStringLiteral("-q"), applicationsFolder() });
+}
