@@ -20,7 +20,6 @@ public:
 
 private:
     void checkDestination();
-    void confirmLicence();
     void makeDestination();
     void copyInstallerFiles(TextProgressBar &bar);
 
