@@ -68,7 +68,7 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
     // where a silent run says what it is doing.
     connect(m_list, &InstallConfigurationList::starting, this, [this](InstallConfigurationItem *item) {
         onOperationStep();
-        if (m_operationRunning && !m_wizard)
+        if (m_operationRunning && !m_wizard && item != m_list)
             printLine(m_taskPrefix + item->title());
     });
     connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);

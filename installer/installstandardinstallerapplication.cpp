@@ -140,7 +140,9 @@ void InstallStandardInstallerApplication::nextPage(int id)
         } else if (id == Page::CustomSetupPage) {
             showPage(Page::StartModifyPage);
         } else if (id == Page::StartModifyPage) {
-            checkInstallation();
+            // The installation was checked when the run started; checking
+            // again would select every installed component once more and
+            // undo the choices just made.
             perform(Modify);
         } else {
             finish(id);
