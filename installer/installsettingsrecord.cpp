@@ -57,9 +57,11 @@ bool InstallSettingsRecord::save(const QString &path) const
 {
     QString document;
     QXmlStreamWriter writer(&document);
+    // Formatting starts after the document type, which it would otherwise
+    // begin with a line break.
+    writer.writeDTD(QStringLiteral("<!DOCTYPE Install>\n"));
     writer.setAutoFormatting(true);
     writer.setAutoFormattingIndent(1);
-    writer.writeDTD(QStringLiteral("<!DOCTYPE Install>"));
     writer.writeStartElement(configurationTag);
     writer.writeAttribute(destDirAttribute, expandMacros(QStringLiteral("$(DestDir)")));
     writer.writeAttribute(srcDirAttribute, expandMacros(QStringLiteral("$(SrcDir)")));

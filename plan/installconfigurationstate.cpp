@@ -9,6 +9,8 @@
 #include <QSet>
 #include <QXmlStreamWriter>
 
+#include <cctype>
+
 namespace {
 
 const QString planTag = QStringLiteral("plan");
