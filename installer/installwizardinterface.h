@@ -20,6 +20,10 @@ class InstallQuestion;
 //   standard wizard), 11-15 Start installation/removal/modify/repair/upgrade,
 //   16 Progress, 17 Complete, 18 Failed, 19 Help, 20 Licence agreement.
 //
+// Modes are InstallMode::Mode; the application's own mode type should be that
+// enumeration (or an alias of it) so that its modeChanged signal connects
+// straight to installationModeChanged.
+//
 // User-interface thread only. The button signals are also emitted from inside
 // progress reports while an operation runs (Cancel stays responsive); their
 // handlers must not throw through the event loop, so a handler that decides to
@@ -121,6 +125,7 @@ signals:
     void backClicked(int id);
     void nextClicked(int id);
     void cancelClicked(int id);
+    // F1 in the window (the button row has no Help button).
     void helpClicked(int id);
     // Emitted by showPage before the page becomes visible; the application
     // keeps its history of shown pages from it.

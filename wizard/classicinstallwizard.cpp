@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
@@ -35,12 +36,13 @@ ClassicInstallWizard::ClassicInstallWizard(const QPixmap &headerImage, QWidget *
     header->setLineWidth(1);
     auto *headerLayout = new QHBoxLayout(header);
     headerLayout->setContentsMargins(2, 2, 2, 2);
-    // The label's own margin keeps the text off the frame; the frame itself
-    // keeps the specified 2 pixels.
+    // The frame keeps its 2 pixels; the label's own margin and indent line the
+    // title up with the page bodies below.
     m_headerLabel->setMinimumWidth(400);
-    m_headerLabel->setMargin(6);
-    m_headerLabel->setWordWrap(true);
+    m_headerLabel->setMargin(4);
+    m_headerLabel->setIndent(9);
     m_headerLabel->setTextFormat(Qt::RichText);
+    m_headerLabel->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     headerLayout->addWidget(m_headerLabel, 1);
     if (!headerImage.isNull()) {
         auto *image = new QLabel;
@@ -48,6 +50,11 @@ ClassicInstallWizard::ClassicInstallWizard(const QPixmap &headerImage, QWidget *
         image->setPixmap(headerImage);
         headerLayout->addWidget(image, 0, Qt::AlignRight | Qt::AlignVCenter);
     }
+    // One height for every page: a title and a one-line description, or the
+    // image, whichever is taller; the pages below do not jump.
+    m_headerLabel->setText(QStringLiteral("<b>Title</b><p>Description</p>"));
+    header->setFixedHeight(qMax(m_headerLabel->sizeHint().height(), headerImage.height()) + 2 * 2 + 2);
+    m_headerLabel->clear();
     layout->addWidget(header);
 
     auto *stack = new QStackedWidget;
@@ -74,6 +81,9 @@ ClassicInstallWizard::ClassicInstallWizard(const QPixmap &headerImage, QWidget *
     connect(m_backButton, &QPushButton::clicked, this, &InstallWizard::onBackClicked);
     connect(m_nextButton, &QPushButton::clicked, this, &InstallWizard::onNextClicked);
     connect(m_cancelButton, &QPushButton::clicked, this, &InstallWizard::onCancelClicked);
+    // The row has no Help button; F1 asks the visible page for help instead.
+    auto *help = new QShortcut(QKeySequence::HelpContents, this);
+    connect(help, &QShortcut::activated, this, &InstallWizard::onHelpClicked);
 
     centreOnPrimaryScreen();
 }

@@ -11,7 +11,7 @@ class QPushButton;
 // description and the product's header image, the page stack, a rule and the
 // Back/Next/Cancel row. Fixed in size and centred on the primary screen.
 // Closing the window or pressing Escape counts as Cancel, so the application
-// asks its question instead of the window vanishing.
+// asks its question instead of the window vanishing; F1 counts as Help.
 class ClassicInstallWizard : public InstallWizard
 {
     Q_OBJECT

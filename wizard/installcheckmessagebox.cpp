@@ -84,6 +84,8 @@ int InstallCheckMessageBox::ask(const QString &heading, const QString &text, int
         focus->setFocus();
     }
 
+    // The fixed-size layout takes its size only when activated; centre the final size.
+    layout()->activate();
     adjustSize();
     if (const QScreen *screen = QGuiApplication::primaryScreen())
         move(screen->geometry().center() - rect().center());

@@ -30,7 +30,8 @@ QString textOf(InstallFindFileDialog::Form form, const QString &path)
 {
     switch (form) {
     case InstallFindFileDialog::InstallationFolder:
-        return QStringLiteral("<p>Cannot find the directory named:<p>") + path
+        // A paragraph break keeps the path apart from the request that follows it.
+        return QStringLiteral("<p>Cannot find the directory named:<p>") + path + QStringLiteral("<p>")
             + QStringLiteral(
                 "Please locate the '$(Product) $(Version)' installation folder\nand then click OK to "
                 "continue. Click Cancel to terminate installation.");

@@ -29,11 +29,11 @@ InstallFinishedDialog::InstallFinishedDialog(
     auto *layout = new QVBoxLayout(this);
     applyBodySpacing(layout);
     layout->addWidget(m_label);
+    layout->addStretch(1);
     if (!m_settings.releaseNotes.isEmpty())
         m_releaseNotesBox = addBox(QStringLiteral("Show Release Notes"), false);
     if (!m_settings.runProgram.isEmpty())
         m_runBox = addBox(expandMacros(m_settings.runLabel), true);
-    layout->addStretch(1);
     prepareShow();
 }
 
@@ -107,8 +107,8 @@ void InstallFinishedDialog::prepareShow()
 
 QCheckBox *InstallFinishedDialog::addBox(const QString &label, bool checked)
 {
+    // The offers sit together at the foot of the page, below the outcome.
     auto *layout = static_cast<QVBoxLayout *>(this->layout());
-    layout->addSpacerItem(new QSpacerItem(20, 112, QSizePolicy::Minimum, QSizePolicy::Preferred));
     auto *box = new QCheckBox(label);
     box->setChecked(checked);
     layout->addWidget(box);

@@ -43,6 +43,9 @@ void InstallModeChoiceDialog::addChoice(
     text->setWordWrap(true);
     text->setTextFormat(Qt::RichText);
     text->setBuddy(button);
+    // Puts the description's first line level with the button's label.
+    text->setContentsMargins(
+        0, qMax(0, (button->sizeHint().height() - text->fontMetrics().height()) / 2), 0, 0);
     const int row = m_grid->rowCount();
     m_grid->addWidget(button, row, 0, Qt::AlignTop);
     m_grid->addWidget(text, row, 1, Qt::AlignTop);
