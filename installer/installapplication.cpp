@@ -6,6 +6,7 @@
 #include "core/installshutdownexception.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
+#include "installer/installconsolequestion.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
 #if __has_include("media/packagearchiveinstallmedia.h")
@@ -86,6 +87,9 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
         if (m_runFlags & LicenceAccepted)
             m_wizard->acceptLicense();
         m_wizard->installationModeChanged(m_mode);
+    } else {
+        m_consoleQuestion = std::make_unique<InstallConsoleQuestion>();
+        m_list->setQuestion(m_consoleQuestion.get());
     }
     m_list->checkWillInstall();
 }
@@ -300,6 +304,8 @@ void InstallApplication::onBackClicked(int)
 
 void InstallApplication::onCancelClicked(int id)
 {
+    if (!m_wizard)
+        return;
     // Once the run is over Cancel closes the window, as Finish would.
     if (id == InstallWizardInterface::CompletePage) {
         quit(m_mode == InstallMode::Remove ? Removed : Succeeded);

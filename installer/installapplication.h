@@ -12,6 +12,7 @@
 
 class InstallConfigurationList;
 class InstallMedia;
+class InstallQuestion;
 class InstallWizardInterface;
 
 // One installer run: the mode, the run flags, the result, the medium, the
@@ -154,6 +155,7 @@ private:
     InstallConfigurationList *m_list;
     InstallWizardInterface *m_wizard;
     std::unique_ptr<InstallMedia> m_media;
+    std::unique_ptr<InstallQuestion> m_consoleQuestion;
     Mode m_mode;
     int m_runFlags;
     int m_result = Failed;

@@ -213,6 +213,10 @@ class Failure(PrivateSystemCase):
         code, out, err = self.install(program=os.path.join(medium, "Setup"))
         self.assertEqual(code, 1)
         self.assertIn("Installation Failed\n", out)
+        # The log says why, on the line of the question answered by rule.
+        self.assertIn("question: Installer Installation Failed: The installation of the Installer component has "
+                      "failed. Cannot find file '%s/libQt6Core.so.6'." % medium, err)
+        self.assertIn("-- answered Yes (default)\n", err)
         self.assertTrue(err.endswith("error: Installation has been cancelled by user.\n"), err)
 
 
