@@ -337,8 +337,11 @@ void InstallApplication::onCancelClicked(int id)
     quit(Failed);
 }
 
-void InstallApplication::onHelpClicked(int)
+void InstallApplication::onHelpClicked(int id)
 {
+    // Help is already up, or an operation owns the window until it ends.
+    if (id == InstallWizardInterface::HelpPage || m_operationRunning)
+        return;
     try {
         showPage(InstallWizardInterface::HelpPage);
     } catch (const HException &e) {

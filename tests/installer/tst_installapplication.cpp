@@ -524,7 +524,11 @@ void tst_InstallApplication::cancelDuringOperationStopsAtNextStep()
     auto installer = application(&wizard);
     // Cancel pressed twice while the first item works: No goes on, Yes stops
     // the run before the second item.
-    m_product->duringInstall = [&wizard] {
+    // Help (F1) meanwhile leaves the progress page up.
+    int pageDuringWork = 0;
+    m_product->duringInstall = [&wizard, &pageDuringWork] {
+        wizard.help();
+        pageDuringWork = wizard.current;
         wizard.cancel();
         wizard.cancel();
     };
@@ -532,6 +536,7 @@ void tst_InstallApplication::cancelDuringOperationStopsAtNextStep()
     nextUntil(wizard, Page::StartInstallationPage);
     wizard.next();
 
+    QCOMPARE(pageDuringWork, int(Page::ProgressPage));
     QCOMPARE(wizard.script.asked.size(), 2);
     QCOMPARE(wizard.script.asked.first().heading, QStringLiteral("The installation is not complete"));
     QCOMPARE(wizard.script.asked.first().text,
@@ -700,6 +705,7 @@ void tst_InstallApplication::helpReturnsToItsPage()
     nextUntil(wizard, Page::DestinationPage);
     wizard.help();
     QCOMPARE(wizard.current, int(Page::HelpPage));
+    wizard.help();
     wizard.next();
     QCOMPARE(wizard.current, int(Page::DestinationPage));
     wizard.next();
