@@ -155,10 +155,11 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
         QCoreApplication::setLibraryPaths(QStringList());
         QGuiApplication::setFont(QFont(QStringLiteral("Sans"), 10));
     } else {
-        printError(commandLineError.isEmpty() ? QStringLiteral(
-                       "Cannot open the installer window: no display could be opened. Run Setup with "
-                       "--silent to install without a window")
-                                              : commandLineError);
+        // A command-line error is the more precise message of the two.
+        const QString noWindow
+            = QStringLiteral("Cannot open the installer window: no display could be opened. "
+                             "Run Setup with --silent to install without a window");
+        printError(commandLineError.isEmpty() ? noWindow : commandLineError);
         return InstallApplication::Failed;
     }
     if (handOverToRunningInstance())
