@@ -4,10 +4,12 @@ exit status and the disk afterwards. Usage: e2e_setup.py <TestClass>..."""
 
 import os
 import shutil
+import signal
 import stat
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 SETUP = os.environ["SETUP_EXE"]
@@ -411,6 +413,79 @@ class InstallerFiles(SetupCase):
         self.assertEqual(code, 0, err)
         self.assertEqual([os.path.basename(line) for line in out.splitlines()],
                          ["Setup"] + list(reversed(names[:-1])) + ["VolUnInstall.exe"])
+
+
+WINDOW_TITLE = "Tamrin Calvra for ARM 5.50a Setup"
+
+
+@unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xwininfo"), "needs Xvfb and xwininfo")
+class Display(SetupCase):
+    """A real X server: the interactive run opens its window, a silent run
+    opens none, even with the display at hand."""
+
+    def setUp(self):
+        super().setUp()
+        read_end, write_end = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1024x768x24",
+                                        "-nolisten", "tcp"], pass_fds=(write_end,),
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write_end)
+        with os.fdopen(read_end) as f:
+            self.display = ":" + f.readline().strip()
+
+    def tearDown(self):
+        self.server.terminate()
+        self.server.wait()
+        super().tearDown()
+
+    def x_environment(self):
+        return {"DISPLAY": self.display, "QT_QPA_PLATFORM": "xcb"}
+
+    def window_names(self):
+        tree = subprocess.run(["xwininfo", "-display", self.display, "-root", "-tree"], stdout=subprocess.PIPE,
+                              text=True, check=True).stdout
+        return [line for line in tree.splitlines() if "Setup" in line]
+
+    def wait_for_window(self, process):
+        # Readiness, not speed: the deadline only keeps a broken run from hanging the suite.
+        deadline = time.monotonic() + 120
+        while not any('"%s"' % WINDOW_TITLE in line for line in self.window_names()):
+            self.assertIsNone(process.poll(), "Setup ended without a window")
+            self.assertLess(time.monotonic(), deadline, "no window appeared")
+            time.sleep(0.2)
+
+    def test_window_opens_and_second_start_hands_over(self):
+        first = subprocess.Popen([SETUP, "--destination", os.path.join(self.tmp, "dest")], cwd=self.tmp,
+                                 env=self.environment(self.x_environment()), stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE)
+        try:
+            self.wait_for_window(first)
+            self.assertEqual(self.run_setup(["--destination", os.path.join(self.tmp, "dest")],
+                                            env=self.x_environment()), (0, "", ""))
+            self.assertIsNone(first.poll())
+        finally:
+            first.send_signal(signal.SIGTERM)
+            first.communicate(timeout=60)
+        self.assertFalse(os.path.exists(os.path.join(self.tmp, "dest")))
+
+    def test_silent_run_opens_no_window(self):
+        # It waits at the agreement question on the console meanwhile.
+        silent = subprocess.Popen([SETUP, "--silent", "--destination", os.path.join(self.tmp, "dest")],
+                                  cwd=self.tmp, env=self.environment(self.x_environment()),
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        try:
+            seen = b""
+            while not seen.endswith(b"[yes/no] "):
+                chunk = silent.stdout.read1(4096)
+                self.assertTrue(chunk, "the silent Setup ended early")
+                seen += chunk
+            self.assertEqual(self.window_names(), [])
+            out, err = silent.communicate(b"no\n", timeout=60)
+            self.assertEqual((silent.returncode, err), (1, b"error: License agreement not accepted\n"))
+        finally:
+            if silent.poll() is None:
+                silent.kill()
+                silent.communicate()
 
 
 if __name__ == "__main__":
