@@ -24,6 +24,18 @@ bool isInstallation(int mode)
     return mode >= InstallMode::Minimal && mode <= InstallMode::Custom;
 }
 
+// Selects exactly the installed items of the subtree and marks them for
+// installing again; the rest stays as it is on disk.
+void reinstallInstalled(InstallConfigurationItem *item)
+{
+    const bool installed = item->installed() != InstallConfigurationItem::notInstalled;
+    item->setInstall(installed);
+    if (installed)
+        item->setInstalled(InstallConfigurationItem::notInstalled);
+    for (InstallConfigurationItem *child : item->children())
+        reinstallInstalled(child);
+}
+
 } // namespace
 
 InstallStandardInstallerApplication::InstallStandardInstallerApplication(
@@ -105,6 +117,7 @@ void InstallStandardInstallerApplication::runSilent()
                 break;
             case InstallMode::Modify:
                 // No way to choose features: what is installed is installed again.
+                reinstallInstalled(list());
                 succeeded = perform(Modify);
                 break;
             default:

@@ -760,6 +760,17 @@ void tst_InstallApplication::silentRuns()
             (QStringList { QStringLiteral("remove Docs"), QStringLiteral("remove Product"),
                 QStringLiteral("install Product"), QStringLiteral("install Docs") }));
     }
+    // Modify: what is installed is installed again, nothing else.
+    m_log.clear();
+    m_disk.remove(QStringLiteral("Docs"));
+    {
+        auto installer = application(nullptr, silent + QStringList { QStringLiteral("--modify") });
+        QCOMPARE(installer->run(), int(InstallApplication::Succeeded));
+        QCOMPARE(m_log, QStringList { QStringLiteral("install Product") });
+        QVERIFY(!m_docs->installFlag());
+    }
+    m_docs->setInstall(true);
+    m_disk.insert(QStringLiteral("Docs"));
     // A failing item ends the run: the silent answer to "terminate?" is Yes.
     m_log.clear();
     m_docs->failure = QStringLiteral("Broken");
