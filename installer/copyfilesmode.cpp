@@ -34,8 +34,11 @@ void CopyFilesMode::run()
     checkDestination();
     if (!m_options.licenceAccepted())
         ConsoleLicencePrompt::confirmAgreement(m_columns, m_rows);
+    if (m_options.hasDataFile())
+        m_archive.open(m_options.dataFile(), m_options.dataOffset());
     makeDestination();
     copyInstallerFiles(bar);
+    copyArchiveMembers(bar);
 }
 
 void CopyFilesMode::checkDestination()
@@ -68,6 +71,8 @@ void CopyFilesMode::copyInstallerFiles(TextProgressBar &bar)
         sources.append(source);
         total += info.size();
     }
+    for (int i = 0; i < m_archive.count(); ++i)
+        total += m_archive.member(i).size();
     if (m_options.showProgress())
         bar.start(QStringLiteral("Copying files"), total);
 
@@ -78,5 +83,18 @@ void CopyFilesMode::copyInstallerFiles(TextProgressBar &bar)
         if (!FileUtils::copyFile(source, target))
             throw HException(QStringLiteral("cannot copy ") + source + QStringLiteral(" to ") + target);
         bar.advance(QFileInfo(source).size());
+    }
+}
+
+void CopyFilesMode::copyArchiveMembers(TextProgressBar &bar)
+{
+    // Table order is the order of the compressed body, so no member makes the
+    // stream start again from the beginning.
+    for (int i = 0; i < m_archive.count(); ++i) {
+        const PackageArchiveFile member = m_archive.member(i);
+        if (m_options.verbose())
+            bar.printLine(m_destination + QLatin1Char('/') + member.name());
+        m_archive.extract(member, m_destination, true);
+        bar.advance(member.size());
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/entrycommandline.h"
+#include "media/packagearchive.h"
 
 #include <QString>
 
@@ -22,9 +23,12 @@ private:
     void checkDestination();
     void makeDestination();
     void copyInstallerFiles(TextProgressBar &bar);
+    void copyArchiveMembers(TextProgressBar &bar);
 
     const EntryCommandLine &m_options;
     int m_columns = 80;
     int m_rows = 25;
     QString m_destination;
+    // Empty unless "--data-file" was given.
+    PackageArchive m_archive;
 };

@@ -9,10 +9,7 @@
 #include "installer/installconsolequestion.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
-#if __has_include("media/packagearchiveinstallmedia.h")
 #include "media/packagearchiveinstallmedia.h"
-#define SETUP_HAS_ARCHIVE_MEDIA 1
-#endif
 #include "plan/installconfigurationlist.h"
 
 #include <QCoreApplication>
@@ -33,14 +30,8 @@ bool isInstallation(int mode)
 
 std::unique_ptr<InstallMedia> createMedia(const InstallCommandLine &commandLine)
 {
-    if (commandLine.hasDataFile()) {
-#ifdef SETUP_HAS_ARCHIVE_MEDIA
+    if (commandLine.hasDataFile())
         return std::make_unique<PackageArchiveInstallMedia>(commandLine.dataFile(), commandLine.dataOffset());
-#else
-        throw HException(QStringLiteral("Cannot open ") + commandLine.dataFile()
-            + QStringLiteral(": this build reads no package archives"));
-#endif
-    }
     return std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
 }
 

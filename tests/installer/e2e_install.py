@@ -293,17 +293,39 @@ class FromArchive(PrivateSystemCase):
         data_file = os.path.join(self.tmp, "Setup.data")
         with open(data_file, "wb") as f:
             f.write(b"\x7fELF-like prefix" * 1000)
-        packed = subprocess.run([PACKARCHIVE, "create", "--append", data_file, MEDIUM], check=True,
+        # The archive holds the product's folders only, as a shipped one does.
+        product = os.path.join(self.tmp, "product")
+        for folder in PRODUCT_FOLDERS:
+            shutil.copytree(os.path.join(MEDIUM, folder), os.path.join(product, folder))
+        packed = subprocess.run([PACKARCHIVE, "create", "--append", data_file, product], check=True,
                                 stdout=subprocess.PIPE, text=True).stdout
         offset = int(packed.split()[-1], 0)
         self.assertEqual(offset, 16000)
+        # The installer itself ships beside the data file: Setup and its libraries.
         installer = os.path.join(self.tmp, "installer")
         os.makedirs(installer)
-        shutil.copy2(os.path.join(MEDIUM, "Setup"), installer)
-        result = self.install("--data-file", data_file, "--data-offset", "%x" % offset,
-                              program=os.path.join(installer, "Setup"))
+        for name in os.listdir(MEDIUM):
+            if name == "Setup" or name.startswith("libQt6"):
+                shutil.copy2(os.path.join(MEDIUM, name), installer)
+        archive = ["--data-file", data_file, "--data-offset", "%x" % offset]
+        result = self.install(*archive, program=os.path.join(installer, "Setup"))
         self.assertSucceeds(result, "Install Complete", "has now been installed.")
         self.assertProductInstalled(self.destination)
+
+        result = self.install(*archive, program=os.path.join(installer, "Setup"))
+        self.assertSucceeds(result, "Upgrade Complete", "has now been upgraded.")
+        self.assertProductInstalled(self.destination)
+
+        # A repair needs the medium again; the record knows only the folder.
+        uninstall = os.path.join(self.destination, "bin", "uninstall")
+        os.remove(os.path.join(self.destination, "lib", "libcalvra.a"))
+        result = self.run_setup(["--silent", "--repair"] + archive, program=uninstall)
+        self.assertSucceeds(result, "Repair Complete", "has now been installed.")
+        self.assertProductInstalled(self.destination)
+
+        result = self.run_setup(["--silent"], program=uninstall)
+        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
+        self.assertFalse(os.path.exists(self.destination))
 
 
 def main():

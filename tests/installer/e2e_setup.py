@@ -12,6 +12,9 @@ import tempfile
 import time
 import unittest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "media"))
+import archiveformat  # noqa: E402  (the independent archive writer)
+
 SETUP = os.environ["SETUP_EXE"]
 HOLDER = os.environ.get("INSTANCE_HOLDER", "")
 
@@ -212,6 +215,60 @@ class CopyFiles(SetupCase):
         self.assertEqual(code, 0, err)
         self.assertEqual(out, "")
         self.assertEqual(os.listdir(os.path.join(destination, "bin")), [])
+
+
+class CopyFilesArchive(SetupCase):
+    """Copy-files mode with "--data-file": the members follow the installer's own files."""
+
+    MEMBERS = [
+        archiveformat.Member("bin/Quilmor", b"#!/bin/sh\n", 0o755, 1_600_000_000),
+        archiveformat.Member("html/index.html", b"<p>help</p>" * 500, 0o644, 1_500_000_000),
+        archiveformat.Member("include/empty.h", b"", 0o444, 1_400_000_000),
+    ]
+
+    def data_file(self, offset, kind):
+        path = os.path.join(self.tmp, "data.bin")
+        with open(path, "wb") as f:
+            f.write(b"\x7fELF" + b"\0" * (offset - 4) + archiveformat.write_v2(self.MEMBERS, kind=kind))
+        return path
+
+    def test_members_extracted_after_own_files(self):
+        for offset, kind in ((0x1000, 0), (0x2a0, 1)):
+            with self.subTest(offset=offset, kind=kind):
+                folder = self.installer_folder()
+                destination = os.path.join(self.tmp, "out-%d" % kind)
+                code, out, err = self.run_setup(
+                    ["--copy-files-to", destination, "--accept-license", "--verbose",
+                     "--data-file", self.data_file(offset, kind), "--data-offset", "%x" % offset], cwd=folder)
+                self.assertEqual(code, 0, err)
+                bin_folder = os.path.join(destination, "bin")
+                self.assertEqual(out.splitlines(), [os.path.join(bin_folder, "Setup")] +
+                                 [os.path.join(bin_folder, m.name) for m in self.MEMBERS])
+                for member in self.MEMBERS:
+                    path = os.path.join(bin_folder, member.name)
+                    with open(path, "rb") as f:
+                        self.assertEqual(f.read(), member.data)
+                    status = os.stat(path)
+                    self.assertEqual(stat.S_IMODE(status.st_mode), member.mode)
+                    self.assertEqual(int(status.st_mtime), member.mtime)
+
+    def test_damaged_archive_fails_before_copying(self):
+        folder = self.installer_folder()
+        path = self.data_file(0x100, 0)
+        with open(path, "r+b") as f:
+            f.truncate(0x100 + 40)
+        destination = os.path.join(self.tmp, "out")
+        code, out, err = self.run_setup(["--copy-files-to", destination, "--accept-license", "--silent",
+                                         "--data-file", path, "--data-offset", "100"], cwd=folder)
+        self.assertEqual(code, 1)
+        self.assertTrue(err.startswith("error: "), err)
+        self.assertFalse(os.path.exists(destination))
+
+    def test_missing_data_file(self):
+        missing = os.path.join(self.tmp, "missing.bin")
+        self.assertFails(self.run_setup(["--copy-files-to", os.path.join(self.tmp, "out"), "--accept-license",
+                                         "--data-file", missing], cwd=self.installer_folder()),
+                         missing + " does not exist")
 
 
 class Licence(SetupCase):
