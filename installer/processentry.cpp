@@ -165,7 +165,7 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
     if (handOverToRunningInstance())
         return HandedOver;
 
-    ConfigurationList list;
+    ConfigurationList list(commandLine.rootRequired());
     std::unique_ptr<InstallWizardInterface> wizard;
     if (!commandLine.isSilent())
         wizard = factory.createWizard(&list, commandLine.mode());

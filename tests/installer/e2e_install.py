@@ -229,9 +229,6 @@ class Users(PrivateSystemCase):
         code, out, err = self.install(prefix=as_nobody())
         self.assertEqual((code, err), (1, "error: The installer must be run as root\n"))
 
-    # The product's file types and menu entry are always written system-wide,
-    # which a user cannot do; they have to follow the user-mode install first.
-    @unittest.expectedFailure
     def test_user_mode_installs_into_the_users_folders(self):
         os.chown(self.home, NOBODY, NOBODY)
         code, out, err = self.run_setup(["--silent", "--accept-license", "--user-mode-install"], prefix=as_nobody())
@@ -239,6 +236,11 @@ class Users(PrivateSystemCase):
         destination = os.path.join(self.home, ".local/share/tamrin_calvra_for_arm_5.50a")
         self.assertProductInstalled(destination)
         self.assertEqual(os.stat(os.path.join(destination, "bin", "Quilmor")).st_uid, NOBODY)
+        # The menu entry and file types are the user's own, not the system's.
+        user_data = os.path.join(self.home, ".local/share")
+        self.assertTrue(os.path.exists(os.path.join(user_data, "applications", os.path.basename(DESKTOP_ENTRY))))
+        self.assertTrue(os.path.exists(os.path.join(user_data, "mime/packages/application-x-tamrin-qzproject.xml")))
+        self.assertFalse(os.path.exists(DESKTOP_ENTRY))
 
     def test_sudo_user_gets_the_configuration_back(self):
         result = self.install(env={"SUDO_UID": "1234", "SUDO_GID": "4321"})
