@@ -1,0 +1,85 @@
+#pragma once
+
+#include "media/packagearchivefile.h"
+
+#include <QSet>
+#include <QString>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+class PackageArchive;
+
+// Writes a batch of members to disk with decompression and writing on worker
+// threads: one thread reads the members' bytes from the archive in the order
+// they were added, others write them, several files at a time. Each file is
+// written under a temporary name in its folder and renamed into place once
+// complete, so an abandoned or failed file never shows under its final name.
+//
+// The caller (the user-interface thread) adds members and takes the finished
+// ones back in the order it added them; it announces a file before adding it
+// and reports it once taken, so its signals keep their order. Destroying an
+// extraction that was not finished abandons what is still under way: the
+// threads stop and the temporary files go. The archive must not be read by
+// anyone else until the extraction is finished or destroyed.
+class PackageArchiveExtraction
+{
+public:
+    explicit PackageArchiveExtraction(PackageArchive &archive, int writers = defaultWriters());
+    ~PackageArchiveExtraction();
+    PackageArchiveExtraction(const PackageArchiveExtraction &) = delete;
+    PackageArchiveExtraction &operator=(const PackageArchiveExtraction &) = delete;
+
+    // Two writers keep a decompressing core and the file system busy on the
+    // machines this runs on; more only add contention.
+    static int defaultWriters() { return 2; }
+
+    // Queues the member for exactly path. Throws "cannot overwrite file " when
+    // the path exists and overwrite is false; makes the missing folders.
+    void add(const PackageArchiveFile &member, const QString &path, bool overwrite);
+    // The same for directory + "/" + relativeName, checked like
+    // PackageArchive::checkedTarget (a folder already checked in this batch is
+    // not walked again).
+    void addBelow(const PackageArchiveFile &member, const QString &directory, const QString &relativeName,
+        bool overwrite);
+
+    // Members added and not yet taken back.
+    int pending() const { return int(m_reports.size()); }
+    // Too many members are under way: take one back before adding more.
+    bool full() const { return pending() >= MaxPending; }
+    // The oldest pending member is written (or has failed), so taking it will not wait.
+    bool nextReady();
+    // Waits for the oldest pending member and returns it; throws HException
+    // with its failure.
+    PackageArchiveFile takeNext();
+    // Takes back every pending member, in order; throws the first failure.
+    void finish();
+
+private:
+    struct Job;
+    static constexpr int MaxPending = 512;
+
+    void readLoop();
+    void writeLoop();
+    void readJob(Job &job);
+    void writeJob(Job &job);
+    // Waits for the job's next block; empty when it has no more.
+    QByteArray nextBlock(Job &job);
+    void makeFolder(const QString &path);
+
+    PackageArchive &m_archive;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_stopping = false;
+    std::deque<std::shared_ptr<Job>> m_toRead;
+    std::deque<std::shared_ptr<Job>> m_toWrite;
+    std::deque<std::shared_ptr<Job>> m_reports;
+    qint64 m_buffered = 0;
+    std::vector<std::thread> m_threads;
+    QSet<QString> m_checkedFolders;
+    QSet<QString> m_madeFolders;
+};
