@@ -6,7 +6,6 @@
 #include "media/packagearchiveiofileinterface.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <cerrno>
 #include <cstdio>
@@ -90,14 +89,16 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_stopping = true;
     }
-    m_changed.notify_all();
+    m_readerWake.notify_all();
+    m_writerWake.notify_all();
     for (std::thread &thread : m_threads)
         thread.join();
 }
 
 void PackageArchiveExtraction::makeFolder(const QString &path)
 {
-    const QString folder = QFileInfo(path).absolutePath();
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    const QString folder = slash < 0 ? QStringLiteral(".") : path.left(qMax<qsizetype>(slash, 1));
     if (m_madeFolders.contains(folder))
         return;
     // A failure shows when the file is created there.
@@ -122,7 +123,8 @@ void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QStri
         m_toWrite.push_back(job);
         m_reports.push_back(job);
     }
-    m_changed.notify_all();
+    m_readerWake.notify_one();
+    m_writerWake.notify_one();
 }
 
 void PackageArchiveExtraction::addBelow(
@@ -143,7 +145,7 @@ PackageArchiveFile PackageArchiveExtraction::takeNext()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         job = m_reports.front();
-        m_changed.wait(lock, [&job] { return job->written; });
+        m_doneWake.wait(lock, [&job] { return job->written; });
         m_reports.pop_front();
     }
     if (!job->readError.isEmpty())
@@ -165,7 +167,7 @@ void PackageArchiveExtraction::readLoop()
         std::shared_ptr<Job> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_stopping || !m_toRead.empty(); });
+            m_readerWake.wait(lock, [this] { return m_stopping || !m_toRead.empty(); });
             if (m_stopping)
                 return;
             job = m_toRead.front();
@@ -176,7 +178,7 @@ void PackageArchiveExtraction::readLoop()
             const std::lock_guard<std::mutex> lock(m_mutex);
             job->readComplete = true;
         }
-        m_changed.notify_all();
+        m_writerWake.notify_all();
     }
 }
 
@@ -185,13 +187,13 @@ void PackageArchiveExtraction::readJob(Job &job)
     const PackageArchiveData &member = *job.member;
     const auto deliver = [this, &job](QByteArray block) {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_stopping || m_buffered < BufferLimit; });
+        m_readerWake.wait(lock, [this] { return m_stopping || m_buffered < BufferLimit; });
         if (m_stopping)
             return false;
         m_buffered += block.size();
         job.blocks.push_back(std::move(block));
         lock.unlock();
-        m_changed.notify_all();
+        m_writerWake.notify_all();
         return true;
     };
     try {
@@ -225,14 +227,16 @@ void PackageArchiveExtraction::readJob(Job &job)
 QByteArray PackageArchiveExtraction::nextBlock(Job &job)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this, &job] { return m_stopping || !job.blocks.empty() || job.readComplete; });
+    m_writerWake.wait(lock, [this, &job] { return m_stopping || !job.blocks.empty() || job.readComplete; });
     if (m_stopping || job.blocks.empty())
         return QByteArray();
     QByteArray block = std::move(job.blocks.front());
     job.blocks.pop_front();
+    const bool wasFull = m_buffered >= BufferLimit;
     m_buffered -= block.size();
     lock.unlock();
-    m_changed.notify_all();
+    if (wasFull)
+        m_readerWake.notify_one();
     return block;
 }
 
@@ -242,7 +246,7 @@ void PackageArchiveExtraction::writeLoop()
         std::shared_ptr<Job> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_stopping || !m_toWrite.empty(); });
+            m_writerWake.wait(lock, [this] { return m_stopping || !m_toWrite.empty(); });
             if (m_stopping)
                 return;
             job = m_toWrite.front();
@@ -253,7 +257,7 @@ void PackageArchiveExtraction::writeLoop()
             const std::lock_guard<std::mutex> lock(m_mutex);
             job->written = true;
         }
-        m_changed.notify_all();
+        m_doneWake.notify_one();
     }
 }
 

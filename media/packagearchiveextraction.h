@@ -73,7 +73,11 @@ private:
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    // The reader waits for work and for room, writers for work and blocks,
+    // the caller for written files.
+    std::condition_variable m_readerWake;
+    std::condition_variable m_writerWake;
+    std::condition_variable m_doneWake;
     bool m_stopping = false;
     std::deque<std::shared_ptr<Job>> m_toRead;
     std::deque<std::shared_ptr<Job>> m_toWrite;
