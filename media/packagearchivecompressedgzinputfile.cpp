@@ -14,7 +14,7 @@ const int WindowSize = 32768;
 // one goes and the spacing doubles, so they never take more than
 // MaxPoints * 32 KiB whatever the size of the body.
 const quint64 FirstSpacing = quint64(1) << 20;
-const size_t MaxPoints = 128;
+const size_t MaxPoints = 256;
 
 struct AccessPoint
 {

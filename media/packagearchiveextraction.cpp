@@ -120,7 +120,6 @@ void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QStri
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_toRead.push_back(job);
-        m_toWrite.push_back(job);
         m_reports.push_back(job);
     }
     m_readerWake.notify_one();
@@ -170,9 +169,31 @@ void PackageArchiveExtraction::readLoop()
             m_readerWake.wait(lock, [this] { return m_stopping || !m_toRead.empty(); });
             if (m_stopping)
                 return;
-            job = m_toRead.front();
-            m_toRead.pop_front();
+            // Of the members waiting, the next one on in the body, or the
+            // first one if all lie behind: a batch given in another order
+            // is read going forwards as far as it is known.
+            auto chosen = m_toRead.end();
+            for (auto it = m_toRead.begin(); it != m_toRead.end(); ++it) {
+                const quint32 offset = (*it)->member->offset;
+                const bool ahead = offset >= m_readPosition;
+                if (chosen == m_toRead.end()) {
+                    chosen = it;
+                    continue;
+                }
+                const quint32 best = (*chosen)->member->offset;
+                const bool bestAhead = best >= m_readPosition;
+                if ((ahead && !bestAhead) || (ahead == bestAhead && offset < best))
+                    chosen = it;
+            }
+            job = *chosen;
+            m_toRead.erase(chosen);
+            if (job->member->storage == PackageArchiveData::InArchive)
+                m_readPosition = job->member->offset + job->member->size;
+            // Writers take members in the order they are read, so a writer
+            // never waits for bytes the reader cannot buffer.
+            m_toWrite.push_back(job);
         }
+        m_writerWake.notify_one();
         readJob(*job);
         {
             const std::lock_guard<std::mutex> lock(m_mutex);

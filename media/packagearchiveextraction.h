@@ -15,8 +15,9 @@
 class PackageArchive;
 
 // Writes a batch of members to disk with decompression and writing on worker
-// threads: one thread reads the members' bytes from the archive in the order
-// they were added, others write them, several files at a time. Each file is
+// threads: one thread reads the members' bytes from the archive, preferring
+// the next one on in the body among those waiting, others write them,
+// several files at a time. Each file is
 // written under a temporary name in its folder and renamed into place once
 // complete, so an abandoned or failed file never shows under its final name.
 //
@@ -83,6 +84,8 @@ private:
     std::deque<std::shared_ptr<Job>> m_toWrite;
     std::deque<std::shared_ptr<Job>> m_reports;
     qint64 m_buffered = 0;
+    // Where the reader's last member ended in the body.
+    quint32 m_readPosition = 0;
     std::vector<std::thread> m_threads;
     QSet<QString> m_checkedFolders;
     QSet<QString> m_madeFolders;
