@@ -61,50 +61,65 @@ void PackageArchiveCompressedBzInputFile::end()
         throw HException(QStringLiteral("error decompressing stream"));
 }
 
-void PackageArchiveCompressedBzInputFile::fallBack()
+void PackageArchiveCompressedBzInputFile::fallBack(quint64 position)
 {
-    qCDebug(lcMedia) << "bzip2 stream: sequential decoding from" << m_produced;
-    const quint64 skip = m_produced;
+    qCDebug(lcMedia) << "bzip2 stream: sequential decoding from" << position;
     m_decoder.reset();
+    m_block.clear();
+    m_blockUsed = 0;
     m_parallel = false;
     if (::fseeko(file(), off_t(start()), SEEK_SET) != 0)
         throw HException(QStringLiteral("error reading from compressed stream"));
     openSequential();
+    m_produced = 0;
     char discard[ChunkSize];
-    for (quint64 done = 0; done < skip;) {
-        const qint32 want = qint32(std::min<quint64>(ChunkSize, skip - done));
-        readSequential(discard, want);
-        done += quint64(want);
-    }
+    while (m_produced < position)
+        readSequential(discard, qint32(std::min<quint64>(ChunkSize, position - m_produced)));
+}
+
+bool PackageArchiveCompressedBzInputFile::nextBlock()
+{
+    PackageArchiveBzBlockDecoder::Place place;
+    m_block.clear();
+    const auto result = m_decoder->next(m_block, place);
+    m_blockUsed = 0;
+    if (result == PackageArchiveBzBlockDecoder::Unusual)
+        return false;
+    if (result == PackageArchiveBzBlockDecoder::Block
+        && (m_places.empty() || place.position > m_places.back().position))
+        m_places.push_back(place);
+    return true;
 }
 
 void PackageArchiveCompressedBzInputFile::readChunk(char *buffer, qint32 size)
 {
-    while (m_decoder && size > 0) {
+    // On anything unusual the whole request is read again by libbz2's
+    // reader, so it fails (or not) exactly as that reader would.
+    const quint64 requestStart = m_produced;
+    bool usual = true;
+    for (qint32 done = 0; m_decoder && done < size;) {
         if (m_blockUsed == m_block.size()) {
-            PackageArchiveBzBlockDecoder::Place place;
-            const auto result = m_decoder->next(m_block, place);
-            m_blockUsed = 0;
-            if (result == PackageArchiveBzBlockDecoder::End)
-                throw HException(QStringLiteral("error reading from compressed stream"));
-            if (result == PackageArchiveBzBlockDecoder::Unusual) {
-                m_block.clear();
-                fallBack();
+            usual = nextBlock();
+            if (!usual)
                 break;
-            }
-            if (m_places.empty() || place.position > m_places.back().position)
-                m_places.push_back(place);
-            continue;
+            if (m_block.isEmpty())
+                throw HException(QStringLiteral("error reading from compressed stream"));
         }
-        const qint32 take = std::min<qint32>(size, qint32(m_block.size()) - m_blockUsed);
-        std::memcpy(buffer, m_block.constData() + m_blockUsed, size_t(take));
+        const qint32 take = std::min<qint32>(size - done, qint32(m_block.size()) - m_blockUsed);
+        std::memcpy(buffer + done, m_block.constData() + m_blockUsed, size_t(take));
         m_blockUsed += take;
         m_produced += quint64(take);
-        buffer += take;
-        size -= take;
+        done += take;
+        // libbz2's reader goes on into the next block (or the end of the
+        // stream) when a request ends where a block does; look there too.
+        if (done == size && m_blockUsed == m_block.size())
+            usual = nextBlock();
     }
-    if (size > 0)
-        readSequential(buffer, size);
+    if (m_decoder && usual)
+        return;
+    if (m_decoder)
+        fallBack(requestStart);
+    readSequential(buffer, size);
 }
 
 void PackageArchiveCompressedBzInputFile::readSequential(char *buffer, qint32 size)

@@ -27,7 +27,11 @@ protected:
     bool resumeAt(quint64 position) override;
 
 private:
-    void fallBack();
+    // Leaves the parallel decoder for libbz2's reader at position.
+    void fallBack(quint64 position);
+    // The decoder's next block into m_block (empty at the end); false when
+    // the stream is unusual.
+    bool nextBlock();
     void openSequential();
     void readSequential(char *buffer, qint32 size);
 
