@@ -121,6 +121,7 @@ void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QStri
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_toRead.push_back(job);
         m_reports.push_back(job);
+        m_pendingBytes += member.size();
     }
     m_readerWake.notify_one();
     m_writerWake.notify_one();
@@ -144,8 +145,16 @@ PackageArchiveFile PackageArchiveExtraction::takeNext()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         job = m_reports.front();
-        m_doneWake.wait(lock, [&job] { return job->written; });
+        if (!job->written) {
+            // A caller that waits has added all it can for now: the reader
+            // may go on with what is there.
+            ++m_callerWaiting;
+            m_readerWake.notify_one();
+            m_doneWake.wait(lock, [&job] { return job->written; });
+            --m_callerWaiting;
+        }
         m_reports.pop_front();
+        m_pendingBytes -= job->member->size;
     }
     if (!job->readError.isEmpty())
         throw HException(job->readError);
@@ -166,7 +175,14 @@ void PackageArchiveExtraction::readLoop()
         std::shared_ptr<Job> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_readerWake.wait(lock, [this] { return m_stopping || !m_toRead.empty(); });
+            // Members are picked once the caller waits or has added a full
+            // window, so the order they are read in can follow the body.
+            m_readerWake.wait(lock, [this] {
+                return m_stopping
+                    || (!m_toRead.empty()
+                        && (m_callerWaiting > 0 || int(m_reports.size()) >= MaxPending
+                            || m_pendingBytes >= MaxPendingBytes));
+            });
             if (m_stopping)
                 return;
             // Of the members waiting, the next one on in the body, or the

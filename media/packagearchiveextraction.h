@@ -22,7 +22,8 @@ class PackageArchive;
 // complete, so an abandoned or failed file never shows under its final name.
 //
 // The caller (the user-interface thread) adds members and takes the finished
-// ones back in the order it added them; it announces a file before adding it
+// ones back in the order it added them (reading starts once it waits for one
+// or has a full window under way); it announces a file before adding it
 // and reports it once taken, so its signals keep their order. Destroying an
 // extraction that was not finished abandons what is still under way: the
 // threads stop and the temporary files go. The archive must not be read by
@@ -51,7 +52,7 @@ public:
     // Members added and not yet taken back.
     int pending() const { return int(m_reports.size()); }
     // Too many members are under way: take one back before adding more.
-    bool full() const { return pending() >= MaxPending; }
+    bool full() const { return pending() >= MaxPending || m_pendingBytes >= MaxPendingBytes; }
     // The oldest pending member is written (or has failed), so taking it will not wait.
     bool nextReady();
     // Waits for the oldest pending member and returns it; throws HException
@@ -62,7 +63,10 @@ public:
 
 private:
     struct Job;
+    // The window of members added ahead of those taken back: the reader
+    // orders what is in it by place in the body.
     static constexpr int MaxPending = 512;
+    static constexpr qint64 MaxPendingBytes = qint64(32) << 20;
 
     void readLoop();
     void writeLoop();
@@ -84,6 +88,10 @@ private:
     std::deque<std::shared_ptr<Job>> m_toWrite;
     std::deque<std::shared_ptr<Job>> m_reports;
     qint64 m_buffered = 0;
+    // Bytes of the members added and not taken back; changed by the caller
+    // under the lock, read by the reader.
+    qint64 m_pendingBytes = 0;
+    int m_callerWaiting = 0;
     // Where the reader's last member ended in the body.
     quint32 m_readPosition = 0;
     std::vector<std::thread> m_threads;

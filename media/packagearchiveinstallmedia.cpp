@@ -69,8 +69,11 @@ void PackageArchiveInstallMedia::copyFiles(
         }
     } catch (const HException &) {
         // A failure keeps the files before it, reported as if copied one by
-        // one; an earlier file's failure is the one that counts. A Cancel
-        // (no HException) abandons what is under way instead.
+        // one; an earlier file's failure is the one that counts. A Cancel or
+        // a shutdown abandons what is under way instead.
+        reportReady(true);
+        throw;
+    } catch (const InstallException &) {
         reportReady(true);
         throw;
     }
