@@ -1,9 +1,13 @@
 #include "installer/consolelicenceprompt.h"
 
 #include "core/console.h"
+#include "core/hexception.h"
+#include "core/plaintextrenderer.h"
+#include "installer/licencedocument.h"
 
 #include <algorithm>
 #include <strings.h>
+#include <unistd.h>
 
 ConsoleLicencePrompt::ConsoleLicencePrompt(bool interactive, int rows, FILE *in, FILE *out)
     : m_interactive(interactive)
@@ -11,6 +15,21 @@ ConsoleLicencePrompt::ConsoleLicencePrompt(bool interactive, int rows, FILE *in,
     , m_in(in)
     , m_out(out)
 { }
+
+void ConsoleLicencePrompt::confirmAgreement(int columns, int rows)
+{
+    PlainTextRenderer renderer(columns);
+    QString text;
+    QString error;
+    if (!renderer.render(LicenceDocument::bytes(), &text, &error))
+        throw HException(error);
+    const bool interactive = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    ConsoleLicencePrompt prompt(interactive, rows);
+    if (!prompt.ask(text.split(QLatin1Char('\n'))))
+        throw HException(QStringLiteral("License agreement not accepted"));
+    std::fputs("License agreement accepted\n", stdout);
+    std::fflush(stdout);
+}
 
 bool ConsoleLicencePrompt::ask(const QStringList &lines)
 {

@@ -20,6 +20,12 @@ public:
     // counts as no.
     bool ask(const QStringList &lines);
 
+    // The embedded agreement rendered for a console of this size, shown on
+    // standard output and asked about on standard input. Acceptance writes
+    // "License agreement accepted"; refusal throws HException "License
+    // agreement not accepted".
+    static void confirmAgreement(int columns, int rows);
+
 private:
     void show(const QStringList &lines);
     bool readAnswer();

@@ -5,9 +5,7 @@
 #include "core/hexception.h"
 #include "core/installerfiles.h"
 #include "core/macrotable.h"
-#include "core/plaintextrenderer.h"
 #include "installer/consolelicenceprompt.h"
-#include "installer/licencedocument.h"
 #include "installer/textprogressbar.h"
 #include "media/packagearchiveextraction.h"
 
@@ -36,7 +34,7 @@ void CopyFilesMode::run()
     macros().setDefaults();
     checkDestination();
     if (!m_options.licenceAccepted())
-        confirmLicence();
+        ConsoleLicencePrompt::confirmAgreement(m_columns, m_rows);
     if (m_options.hasDataFile())
         m_archive.open(m_options.dataFile(), m_options.dataOffset());
     makeDestination();
@@ -49,21 +47,6 @@ void CopyFilesMode::checkDestination()
     m_destination = expandMacros(m_options.copyDestination()) + QStringLiteral("/bin");
     if (QDir::isRelativePath(m_destination))
         throw HException(QStringLiteral("destination directory must be an absolute path"));
-}
-
-void CopyFilesMode::confirmLicence()
-{
-    PlainTextRenderer renderer(m_columns);
-    QString text;
-    QString error;
-    if (!renderer.render(LicenceDocument::bytes(), &text, &error))
-        throw HException(error);
-    const bool interactive = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
-    ConsoleLicencePrompt prompt(interactive, m_rows);
-    if (!prompt.ask(text.split(QLatin1Char('\n'))))
-        throw HException(QStringLiteral("License agreement not accepted"));
-    std::fputs("License agreement accepted\n", stdout);
-    std::fflush(stdout);
 }
 
 void CopyFilesMode::makeDestination()

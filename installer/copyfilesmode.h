@@ -21,7 +21,6 @@ public:
 
 private:
     void checkDestination();
-    void confirmLicence();
     void makeDestination();
     void copyInstallerFiles(TextProgressBar &bar);
     void copyArchiveMembers(TextProgressBar &bar);

@@ -5,17 +5,25 @@
 #include "core/installcommandline.h"
 #include "core/macrotable.h"
 #include "core/productinfo.h"
+#include "installer/brantleinstallerapplication.h"
 #include "installer/copyfilesmode.h"
 #include "installer/installsingleinstance.h"
+#include "installer/installwizardfactory.h"
+#include "installer/installwizardinterface.h"
+#include "plan/configurationlist.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFont>
+#include <QGuiApplication>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -47,6 +55,9 @@ public:
 private:
     int m_fd;
 };
+
+void discardMessage(QtMsgType, const QMessageLogContext &, const QString &)
+{ }
 
 bool parseId(const char *text, unsigned long *id)
 {
@@ -118,24 +129,102 @@ bool ProcessEntry::handOverToRunningInstance()
     return true;
 }
 
-int ProcessEntry::runInstaller()
+int ProcessEntry::runInstaller(InstallWizardFactory &factory)
 {
     macros().setDefaults();
+    // The pass runs before any application object: whether the run is silent
+    // decides which object may be created. Its error is reported once the
+    // way to report it is known.
     InstallCommandLine commandLine;
+    QString commandLineError;
     try {
         commandLine.parse(m_arguments, macros());
     } catch (const HException &e) {
-        reportInstallationError(e.message());
-        finish(0);
+        commandLineError = e.message();
     }
-    reportInstallationError(QStringLiteral("Installation runs are not available in this build yet; use "
-                                           "--copy-files-to to copy the installation files"));
-    return 0;
+
+    // The toolkit's own messages would only confuse the console output.
+    qInstallMessageHandler(discardMessage);
+    std::unique_ptr<QCoreApplication> application;
+    if (commandLine.isSilent()) {
+        application = std::make_unique<QCoreApplication>(m_argc, m_argv);
+    } else if (displayAvailable()) {
+        QGuiApplication::setDesktopSettingsAware(false);
+        application = factory.createApplication(m_argc, m_argv);
+        // Plug-ins found after this point (styles, themes of the desktop) stay out.
+        QCoreApplication::setLibraryPaths(QStringList());
+        QGuiApplication::setFont(QFont(QStringLiteral("Sans"), 10));
+    } else {
+        // A command-line error is the more precise message of the two.
+        const QString noWindow
+            = QStringLiteral("Cannot open the installer window: no display could be opened. "
+                             "Run Setup with --silent to install without a window");
+        printError(commandLineError.isEmpty() ? noWindow : commandLineError);
+        return InstallApplication::Failed;
+    }
+    if (handOverToRunningInstance())
+        return HandedOver;
+
+    ConfigurationList list(commandLine.rootRequired());
+    std::unique_ptr<InstallWizardInterface> wizard;
+    if (!commandLine.isSilent())
+        wizard = factory.createWizard(&list, commandLine.mode());
+    if (!commandLineError.isEmpty()) {
+        reportInstallationError(wizard.get(), commandLineError);
+        return InstallApplication::Failed;
+    }
+    try {
+        BrantleInstallerApplication installer(commandLine, &list, wizard.get());
+        if (wizard)
+            QObject::connect(m_instance.get(), &InstallSingleInstance::messageReceived, wizard.get(),
+                &InstallWizardInterface::raiseWindow);
+        return installer.run();
+    } catch (const HException &e) {
+        reportInstallationError(wizard.get(), e.message());
+    }
+    return InstallApplication::Failed;
 }
 
-void ProcessEntry::reportInstallationError(const QString &message)
+bool ProcessEntry::displayAvailable() const
 {
-    printError(message);
+    // Windows on these platforms are seen by nobody, so nobody could answer them.
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    if (platform.startsWith("offscreen") || platform.startsWith("minimal"))
+        return false;
+    if (platform.isEmpty() && qEnvironmentVariableIsEmpty("DISPLAY")
+        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return false;
+
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        // The toolkit writes why it cannot connect, then aborts; both stay
+        // in the child.
+        const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (null >= 0) {
+            ::dup2(null, STDOUT_FILENO);
+            ::dup2(null, STDERR_FILENO);
+        }
+        int argc = 1;
+        char *argv[] = { m_argv[0], nullptr };
+        QGuiApplication::setDesktopSettingsAware(false);
+        QGuiApplication probe(argc, argv);
+        ::_exit(0);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void ProcessEntry::reportInstallationError(InstallWizardInterface *wizard, const QString &message)
+{
+    if (wizard)
+        wizard->reportInstallationError(expandMacros(message));
+    else
+        printError(expandMacros(message));
 }
 
 void ProcessEntry::finish(int result)

@@ -7,6 +7,8 @@
 #include <sys/types.h>
 
 class InstallSingleInstance;
+class InstallWizardFactory;
+class InstallWizardInterface;
 
 // The process from start to exit. A process runs exactly one of: the help page,
 // the copy-files mode, a hand-over to an installer that already runs, or one
@@ -17,6 +19,9 @@ class ProcessEntry
 public:
     // Returned by runConsoleModes() when the installer is to run.
     static const int GoOn = -1;
+    // Returned by runInstaller() when an installer already runs: it has been
+    // told to come to the front and this process ends with status 0.
+    static const int HandedOver = -2;
 
     ProcessEntry(int argc, char **argv);
     ~ProcessEntry();
@@ -37,9 +42,16 @@ public:
     // to the front and this process should exit with status 0.
     bool handOverToRunningInstance();
 
-    // Defaults, the second pass and the run. Returns the application's result:
-    // 1 for success.
-    int runInstaller();
+    // Defaults, the second pass, the application object (a console one for a
+    // silent run, which never opens a window; the factory's otherwise, once a
+    // display answers), the plan, the wizard and the run. Returns the
+    // application's result (1 for success) or HandedOver.
+    int runInstaller(InstallWizardFactory &factory);
+
+    // Whether a window could be opened: the platform in use is one that shows
+    // something and it connects. Probed in a child process, because the
+    // toolkit aborts when it cannot connect.
+    bool displayAvailable() const;
 
     // Hands the per-user configuration folders back to the sudo user, restores
     // the umask and ends the process at once: status 0 for result 1, else 1.
@@ -55,7 +67,7 @@ public:
 
 private:
     int runCopyFilesMode(const class EntryCommandLine &options);
-    void reportInstallationError(const QString &message);
+    static void reportInstallationError(InstallWizardInterface *wizard, const QString &message);
 
     int m_argc;
     char **m_argv;

@@ -44,12 +44,14 @@ const FileType fileTypes[] = {
     { ".qzArchive", "application/x-tamrin-qzarchive", "Tamrin Calvra Archive File" },
 };
 
-constexpr quint32 systemWide = 1;
-
 } // namespace
 
-ConfigurationList::ConfigurationList()
+ConfigurationList::ConfigurationList(bool systemWide)
 {
+    // A user-mode installation may not write the system's data folder, so its
+    // menu entry and file types go to the invoking user's own.
+    const quint32 desktopScope = systemWide ? 1 : 0;
+
     auto *product = new InstallConfigurationItem(this, QStringLiteral("$(Product) $(Version)"),
         QStringLiteral("$(Product) $(Version) Installation"), 0, true, AllFlags);
 
@@ -66,13 +68,13 @@ ConfigurationList::ConfigurationList()
 
     for (const FileType &type : fileTypes) {
         const QString extension = QLatin1String(type.extension);
-        new InstallFreeDesktopMimeTypeConfigurationItem(systemWide, QLatin1String(type.mimeType),
+        new InstallFreeDesktopMimeTypeConfigurationItem(desktopScope, QLatin1String(type.mimeType),
             QLatin1String(type.comment), QStringLiteral("text/xml"), extension,
             QStringLiteral("$(DestDir)/bin/FileIcon.png"), product, extension + QStringLiteral(" Mime Type"),
             QStringLiteral("Install ") + extension + QStringLiteral(" file Mime type"), 0, false);
     }
 
-    new InstallFreeDesktopShortcutConfigurationItem(systemWide, QStringLiteral("$(Company)"),
+    new InstallFreeDesktopShortcutConfigurationItem(desktopScope, QStringLiteral("$(Company)"),
         ProductInfo::productName() + QStringLiteral(" $(Version)"), QStringLiteral("$(DestDir)/bin/Quilmor"),
         QStringLiteral("$(DestDir)/bin/StudioIcon.png"), false, true,
         QStringLiteral("Development;X-MandrivaLinux-MoreApplications-Development;"),

@@ -13,5 +13,7 @@ class ConfigurationList : public InstallStandardInstallerConfigurationList
     Q_DISABLE_COPY(ConfigurationList)
 
 public:
-    ConfigurationList();
+    // systemWide: the menu entry and file types go to "/usr/share" (true) or
+    // to the user's "$HOME/.local/share" (false).
+    explicit ConfigurationList(bool systemWide = true);
 };

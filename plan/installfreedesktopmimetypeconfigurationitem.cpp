@@ -4,7 +4,7 @@
 #include "core/installexception.h"
 #include "core/macrotable.h"
 #include "core/places.h"
-#include "core/runcommand.h"
+#include "plan/desktopcacheupdate.h"
 #include "plan/planlogging.h"
 
 #include <QFile>
@@ -69,10 +69,9 @@ void InstallFreeDesktopMimeTypeConfigurationItem::installAction()
 
     writeIcons();
 
-    // Exit statuses do not matter: stale caches only delay the icons.
-    runCommand({ QStringLiteral("gtk-update-icon-cache"), QStringLiteral("-q"),
+    runDesktopCacheUpdate({ QStringLiteral("gtk-update-icon-cache"), QStringLiteral("-q"),
         m_dataFolder + QStringLiteral("/icons/hicolor") });
-    runCommand({ QStringLiteral("update-mime-database"), m_dataFolder + QStringLiteral("/mime") });
+    runDesktopCacheUpdate({ QStringLiteral("update-mime-database"), m_dataFolder + QStringLiteral("/mime") });
 }
 
 void InstallFreeDesktopMimeTypeConfigurationItem::writeIcons() const

@@ -4,7 +4,7 @@
 #include "core/installexception.h"
 #include "core/macrotable.h"
 #include "core/places.h"
-#include "core/runcommand.h"
+#include "plan/desktopcacheupdate.h"
 
 #include <QFile>
 
@@ -99,6 +99,6 @@ void InstallFreeDesktopShortcutConfigurationItem::checkInstalledAction()
 
 void InstallFreeDesktopShortcutConfigurationItem::updateDesktopDatabase() const
 {
-    // Its exit status does not matter: a stale cache only delays the menu.
-    runCommand({ QStringLiteral("update-desktop-database"), QStringLiteral("-q"), applicationsFolder() });
+    runDesktopCacheUpdate(
+        { QStringLiteral("update-desktop-database"), QStringLiteral("-q"), applicationsFolder() });
 }

@@ -4,10 +4,12 @@ exit status and the disk afterwards. Usage: e2e_setup.py <TestClass>..."""
 
 import os
 import shutil
+import signal
 import stat
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "media"))
@@ -37,7 +39,8 @@ HELP_PAGE = (
     "  $(Version)            product version number\n"
 )
 
-NOT_YET = "error: Installation runs are not available in this build yet"
+# Every case runs with no display: a run that is not silent stops at once.
+NO_WINDOW = "error: Cannot open the installer window: no display could be opened. Run Setup with --silent"
 QUESTION = "Do you accept the agreement? [yes/no] "
 
 
@@ -103,7 +106,7 @@ class Help(SetupCase):
         self.assertEqual(err, "error: destination directory must be an absolute path\n")
         self.assertEqual(code, 1)
         code, out, err = self.run_setup(["--data-file", "--help"])
-        self.assertTrue(err.startswith(NOT_YET), err)
+        self.assertTrue(err.startswith(NO_WINDOW), err)
 
 
 class ArgumentExpected(SetupCase):
@@ -119,7 +122,7 @@ class ArgumentExpected(SetupCase):
         for args in (["--set"], ["--destination"]):
             with self.subTest(args=args):
                 code, out, err = self.run_setup(args)
-                self.assertTrue(err.startswith(NOT_YET), err)
+                self.assertTrue(err.startswith(NO_WINDOW), err)
                 self.assertEqual(code, 1)
 
 
@@ -316,11 +319,24 @@ class UnknownOption(SetupCase):
         self.assertEqual(code, 0, err)
 
     def test_known_options_reach_the_run(self):
+        # The run gets as far as opening the data file.
         code, out, err = self.run_setup(["--silent", "--quiet", "-s", "--accept-license", "--no-upgrade",
                                          "--set", "A=b", "--destination", "/opt/x", "--modify", "--remove",
                                          "--repair", "--data-file", "/nonexistent", "--data-offset", "zz"])
-        self.assertTrue(err.startswith(NOT_YET), err)
+        self.assertTrue(err.startswith("error: "), err)
+        self.assertIn("/nonexistent", err)
+        self.assertEqual(out, "")
         self.assertEqual(code, 1)
+        self.assertFalse(os.path.exists("/opt/x"))
+
+    def test_not_silent_without_display(self):
+        # No window can open and nothing aborts: the message names the way out.
+        for env in ({}, {"QT_QPA_PLATFORM": "xcb", "DISPLAY": ":99"}, {"QT_QPA_PLATFORM": ""}):
+            with self.subTest(env=env):
+                code, out, err = self.run_setup(["--accept-license"], env=env)
+                self.assertTrue(err.startswith(NO_WINDOW), err)
+                self.assertEqual(err.count("\n"), 1)
+                self.assertEqual((code, out), (1, ""))
 
 
 def as_nobody():
@@ -337,7 +353,7 @@ class Root(SetupCase):
 
     def test_user_mode_needs_no_root(self):
         code, out, err = self.run_setup(["--user-mode-install"], prefix=as_nobody())
-        self.assertTrue(err.startswith(NOT_YET), err)
+        self.assertTrue(err.startswith(NO_WINDOW), err)
         self.assertEqual(code, 1)
 
     def test_copy_files_needs_no_root(self):
@@ -367,17 +383,17 @@ class SecondInstance(SetupCase):
         holder = subprocess.Popen([HOLDER], env=self.environment(), stdout=subprocess.PIPE, text=True)
         try:
             self.assertEqual(holder.stdout.readline(), "ready\n")
-            code, out, err = self.run_setup(["--user-mode-install"], prefix=as_nobody())
-            self.assertTrue(err.startswith(NOT_YET), err)
+            # It runs (and stops at the agreement, refused by the closed input).
+            code, out, err = self.run_setup(["--silent", "--user-mode-install"], prefix=as_nobody())
+            self.assertEqual((code, err), (1, "error: License agreement not accepted\n"))
         finally:
             holder.kill()
             holder.wait()
 
     def test_instance_ends_and_the_next_runs(self):
-        code, out, err = self.run_setup([])
-        self.assertTrue(err.startswith(NOT_YET), err)
-        code, out, err = self.run_setup([])
-        self.assertTrue(err.startswith(NOT_YET), err)
+        for _ in range(2):
+            code, out, err = self.run_setup(["--silent"])
+            self.assertEqual((code, err), (1, "error: License agreement not accepted\n"))
 
 
 @unittest.skipUnless(os.getuid() == 0, "changing owners needs root")
@@ -454,6 +470,79 @@ class InstallerFiles(SetupCase):
         self.assertEqual(code, 0, err)
         self.assertEqual([os.path.basename(line) for line in out.splitlines()],
                          ["Setup"] + list(reversed(names[:-1])) + ["VolUnInstall.exe"])
+
+
+WINDOW_TITLE = "Tamrin Calvra for ARM 5.50a Setup"
+
+
+@unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xwininfo"), "needs Xvfb and xwininfo")
+class Display(SetupCase):
+    """A real X server: the interactive run opens its window, a silent run
+    opens none, even with the display at hand."""
+
+    def setUp(self):
+        super().setUp()
+        read_end, write_end = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1024x768x24",
+                                        "-nolisten", "tcp"], pass_fds=(write_end,),
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write_end)
+        with os.fdopen(read_end) as f:
+            self.display = ":" + f.readline().strip()
+
+    def tearDown(self):
+        self.server.terminate()
+        self.server.wait()
+        super().tearDown()
+
+    def x_environment(self):
+        return {"DISPLAY": self.display, "QT_QPA_PLATFORM": "xcb"}
+
+    def window_names(self):
+        tree = subprocess.run(["xwininfo", "-display", self.display, "-root", "-tree"], stdout=subprocess.PIPE,
+                              text=True, check=True).stdout
+        return [line for line in tree.splitlines() if "Setup" in line]
+
+    def wait_for_window(self, process):
+        # Readiness, not speed: the deadline only keeps a broken run from hanging the suite.
+        deadline = time.monotonic() + 120
+        while not any('"%s"' % WINDOW_TITLE in line for line in self.window_names()):
+            self.assertIsNone(process.poll(), "Setup ended without a window")
+            self.assertLess(time.monotonic(), deadline, "no window appeared")
+            time.sleep(0.2)
+
+    def test_window_opens_and_second_start_hands_over(self):
+        first = subprocess.Popen([SETUP, "--destination", os.path.join(self.tmp, "dest")], cwd=self.tmp,
+                                 env=self.environment(self.x_environment()), stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE)
+        try:
+            self.wait_for_window(first)
+            self.assertEqual(self.run_setup(["--destination", os.path.join(self.tmp, "dest")],
+                                            env=self.x_environment()), (0, "", ""))
+            self.assertIsNone(first.poll())
+        finally:
+            first.send_signal(signal.SIGTERM)
+            first.communicate(timeout=60)
+        self.assertFalse(os.path.exists(os.path.join(self.tmp, "dest")))
+
+    def test_silent_run_opens_no_window(self):
+        # It waits at the agreement question on the console meanwhile.
+        silent = subprocess.Popen([SETUP, "--silent", "--destination", os.path.join(self.tmp, "dest")],
+                                  cwd=self.tmp, env=self.environment(self.x_environment()),
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        try:
+            seen = b""
+            while not seen.endswith(b"[yes/no] "):
+                chunk = silent.stdout.read1(4096)
+                self.assertTrue(chunk, "the silent Setup ended early")
+                seen += chunk
+            self.assertEqual(self.window_names(), [])
+            out, err = silent.communicate(b"no\n", timeout=60)
+            self.assertEqual((silent.returncode, err), (1, b"error: License agreement not accepted\n"))
+        finally:
+            if silent.poll() is None:
+                silent.kill()
+                silent.communicate()
 
 
 if __name__ == "__main__":

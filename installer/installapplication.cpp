@@ -1,0 +1,489 @@
+#include "installer/installapplication.h"
+
+#include "core/hexception.h"
+#include "core/installexception.h"
+#include "core/installquestion.h"
+#include "core/installshutdownexception.h"
+#include "core/installusercancelexception.h"
+#include "core/macrotable.h"
+#include "installer/installconsolequestion.h"
+#include "installer/installwizardinterface.h"
+#include "media/filestoreinstallmedia.h"
+#include "media/packagearchiveinstallmedia.h"
+#include "plan/installconfigurationlist.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QLoggingCategory>
+#include <QRegularExpression>
+
+#include <cstdio>
+
+Q_LOGGING_CATEGORY(lcApplication, "setup.installer")
+
+namespace {
+
+bool isInstallation(int mode)
+{
+    return mode >= InstallMode::Minimal && mode <= InstallMode::Custom;
+}
+
+std::unique_ptr<InstallMedia> createMedia(const InstallCommandLine &commandLine)
+{
+    if (commandLine.hasDataFile())
+        return std::make_unique<PackageArchiveInstallMedia>(commandLine.dataFile(), commandLine.dataOffset());
+    return std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
+}
+
+void writeTo(std::FILE *stream, const QString &text)
+{
+    std::fputs(text.toLocal8Bit().constData(), stream);
+    std::fflush(stream);
+}
+
+} // namespace
+
+InstallApplication::InstallApplication(const InstallCommandLine &commandLine, InstallConfigurationList *list,
+    InstallWizardInterface *wizard, QObject *parent)
+    : QObject(parent)
+    , m_commandLine(commandLine)
+    , m_list(list)
+    , m_wizard(wizard)
+    , m_media(createMedia(commandLine))
+    , m_mode(commandLine.mode())
+    , m_runFlags(commandLine.runFlags())
+{
+    m_list->setModeSource(this);
+    m_list->setMedia(m_media.get());
+    connect(this, &InstallApplication::modeChanged, m_list, &InstallConfigurationItem::checkWillInstall);
+    // Every walk step is a point where a requested stop can take effect, and
+    // where a silent run says what it is doing.
+    connect(m_list, &InstallConfigurationList::starting, this, [this](InstallConfigurationItem *item) {
+        onOperationStep();
+        if (m_operationRunning && !m_wizard && item != m_list)
+            printLine(m_taskPrefix + item->title());
+    });
+    connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
+
+    if (m_wizard) {
+        m_list->setQuestion(m_wizard->question());
+        connect(this, &InstallApplication::modeChanged, m_wizard,
+            &InstallWizardInterface::installationModeChanged);
+        connect(m_wizard, &InstallWizardInterface::nextClicked, this, &InstallApplication::onNextClicked);
+        connect(m_wizard, &InstallWizardInterface::backClicked, this, &InstallApplication::onBackClicked);
+        connect(m_wizard, &InstallWizardInterface::cancelClicked, this, &InstallApplication::onCancelClicked);
+        connect(m_wizard, &InstallWizardInterface::helpClicked, this, &InstallApplication::onHelpClicked);
+        connect(m_wizard, &InstallWizardInterface::aboutToShow, this, &InstallApplication::onAboutToShow);
+        connect(m_wizard, &InstallWizardInterface::modeChosen, this, &InstallApplication::setMode);
+        if (m_runFlags & LicenceAccepted)
+            m_wizard->acceptLicense();
+        m_wizard->installationModeChanged(m_mode);
+    } else {
+        m_consoleQuestion = std::make_unique<InstallConsoleQuestion>();
+        m_list->setQuestion(m_consoleQuestion.get());
+    }
+    m_list->checkWillInstall();
+}
+
+InstallApplication::~InstallApplication()
+{
+    m_list->setMedia(nullptr);
+    m_list->setModeSource(nullptr);
+    m_list->setQuestion(nullptr);
+}
+
+void InstallApplication::setMode(Mode mode)
+{
+    m_mode = mode;
+    emit modeChanged(mode);
+}
+
+int InstallApplication::run()
+{
+    if (!m_wizard) {
+        runSilent();
+        m_ended = true;
+        return m_result;
+    }
+    start();
+    if (!m_ended) {
+        QEventLoop loop;
+        connect(this, &InstallApplication::ended, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return m_result;
+}
+
+void InstallApplication::reportInstallationError(const QString &message)
+{
+    qCInfo(lcApplication) << "Installation error:" << message;
+    if (m_wizard)
+        m_wizard->reportInstallationError(expandMacros(message));
+    else
+        writeTo(stderr,
+            QStringLiteral("error: ") + plainLines(message).replace(QLatin1Char('\n'), QLatin1Char(' '))
+                + QLatin1Char('\n'));
+}
+
+void InstallApplication::showComplete(const QString &message)
+{
+    const QString closing = m_mode == InstallMode::Remove
+        ? QStringLiteral("<p>Click Finish to close the installer.")
+        : QStringLiteral("<p>Click Finish to complete the installation.");
+    if (m_wizard) {
+        m_wizard->setPageText(InstallWizardInterface::CompletePage, completeTitle(m_mode), message + closing);
+        showPage(InstallWizardInterface::CompletePage);
+    } else {
+        // Nothing to click: the outcome alone.
+        std::fflush(stderr);
+        writeTo(stdout, completeTitle(m_mode) + QLatin1Char('\n') + plainLines(message) + QLatin1Char('\n'));
+    }
+}
+
+void InstallApplication::showFailed(const QString &message)
+{
+    if (m_wizard) {
+        m_wizard->setPageText(InstallWizardInterface::FailedPage, failedTitle(m_mode),
+            message + QStringLiteral("<p>Click Finish to terminate the installer."));
+        showPage(InstallWizardInterface::FailedPage);
+    } else {
+        writeTo(stdout, failedTitle(m_mode) + QLatin1Char('\n'));
+        reportInstallationError(message);
+    }
+}
+
+QString InstallApplication::completeTitle(int mode)
+{
+    switch (mode) {
+    case InstallMode::Modify:
+        return QStringLiteral("Modify Complete");
+    case InstallMode::Repair:
+        return QStringLiteral("Repair Complete");
+    case InstallMode::Remove:
+        return QStringLiteral("Uninstall Complete");
+    case InstallMode::Upgrade:
+        return QStringLiteral("Upgrade Complete");
+    }
+    return isInstallation(mode) ? QStringLiteral("Install Complete") : QString();
+}
+
+QString InstallApplication::failedTitle(int mode)
+{
+    switch (mode) {
+    case InstallMode::Modify:
+        return QStringLiteral("Modify Failed");
+    case InstallMode::Repair:
+        return QStringLiteral("Repair Failed");
+    case InstallMode::Remove:
+        return QStringLiteral("Uninstall Failed");
+    case InstallMode::Upgrade:
+        return QStringLiteral("Upgrade Failed");
+    }
+    return isInstallation(mode) ? QStringLiteral("Installation Failed") : QString();
+}
+
+QString InstallApplication::successMessage(int mode)
+{
+    switch (mode) {
+    case InstallMode::Modify:
+        return QStringLiteral("The $(Product) $(Version) installation has now been modified.");
+    case InstallMode::Remove:
+        // "had", as it has always read.
+        return QStringLiteral("$(Product) $(Version) had now been uninstalled.");
+    case InstallMode::Upgrade:
+        return QStringLiteral("$(Product) $(Version) has now been upgraded.");
+    }
+    return QStringLiteral("$(Product) $(Version) has now been installed.");
+}
+
+QString InstallApplication::failureMessage(int mode)
+{
+    switch (mode) {
+    case InstallMode::Modify:
+        return QStringLiteral("$(Product) $(Version) has not been modified successfully.");
+    case InstallMode::Remove:
+        return QStringLiteral("$(Product) $(Version) has not been uninstalled.");
+    case InstallMode::Upgrade:
+        return QStringLiteral("$(Product) $(Version) has not been upgraded.");
+    }
+    return QStringLiteral("$(Product) $(Version) has not been installed.");
+}
+
+QString InstallApplication::cancelledMessage(int mode)
+{
+    switch (mode) {
+    case InstallMode::Modify:
+        return QStringLiteral("Modify has been cancelled by user.");
+    case InstallMode::Repair:
+        return QStringLiteral("Repair has been cancelled by user.");
+    case InstallMode::Remove:
+        return QStringLiteral("Uninstall has been cancelled by user.");
+    case InstallMode::Upgrade:
+        return QStringLiteral("Upgrade has been cancelled by user.");
+    }
+    return QStringLiteral("Installation has been cancelled by user.");
+}
+
+QString InstallApplication::cancelTitle(int mode)
+{
+    switch (mode) {
+    case InstallMode::Repair:
+        return QStringLiteral("The installation repair is not complete");
+    case InstallMode::Remove:
+        return QStringLiteral("The installation removal is not complete");
+    case InstallMode::Modify:
+        return QStringLiteral("The installation modify is not complete");
+    }
+    return QStringLiteral("The installation is not complete");
+}
+
+QString InstallApplication::cancelLead(int mode)
+{
+    switch (mode) {
+    case InstallMode::Repair:
+        return QStringLiteral("Setup has not repaired $(Product).");
+    case InstallMode::Remove:
+        return QStringLiteral("Setup has not removed $(Product).");
+    case InstallMode::Modify:
+        return QStringLiteral("Setup has not modified $(Product).");
+    }
+    return QStringLiteral("Setup has not installed $(Product).");
+}
+
+QString InstallApplication::plainLines(const QString &text)
+{
+    static const QRegularExpression lineBreak(
+        QStringLiteral("\\s*<(p|br|/p)\\s*/?>\\s*"), QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression tag(QStringLiteral("<[^>]*>"));
+    static const QRegularExpression blankLines(QStringLiteral("\n{2,}"));
+    QString plain = expandMacros(text);
+    plain.replace(lineBreak, QStringLiteral("\n"));
+    plain.remove(tag);
+    plain.replace(blankLines, QStringLiteral("\n"));
+    return plain.trimmed();
+}
+
+void InstallApplication::onNextClicked(int id)
+{
+    // Nothing may leave a button handler: it runs inside the event loop.
+    try {
+        nextPage(remapPage(id, m_mode));
+    } catch (const HException &e) {
+        showFailed(e.message());
+    } catch (const InstallException &e) {
+        showFailed(e.message());
+    } catch (const InstallUserCancelException &) {
+        showFailed(cancelledMessage(m_mode));
+    } catch (const InstallShutdownException &) {
+        qCInfo(lcApplication) << "Run stopped on request";
+        quit(Failed);
+    }
+}
+
+void InstallApplication::onBackClicked(int)
+{
+    if (m_history.size() < 2)
+        return;
+    m_history.removeLast();
+    const int previous = m_history.takeLast();
+    try {
+        showPage(previous);
+    } catch (const HException &e) {
+        showFailed(e.message());
+    }
+}
+
+void InstallApplication::onCancelClicked(int id)
+{
+    if (!m_wizard)
+        return;
+    // Once the run is over Cancel closes the window, as Finish would.
+    if (id == InstallWizardInterface::CompletePage) {
+        quit(m_mode == InstallMode::Remove ? Removed : Succeeded);
+        return;
+    }
+    if (id == InstallWizardInterface::FailedPage) {
+        quit(Failed);
+        return;
+    }
+    const bool running = id == InstallWizardInterface::ProgressPage;
+    const QString question = running
+        ? QStringLiteral(
+            "<p>If you terminate the installation now, $(Product) may not work properly.<p>Are you "
+            "sure you want to terminate the installation?<p>Click Yes to terminate installation or No "
+            "to continue.")
+        : QStringLiteral(
+            "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
+            "to continue.");
+    const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
+        expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
+        InstallQuestion::No);
+    if (answer != InstallQuestion::Yes)
+        return;
+    if (running && m_operationRunning) {
+        // The walk is below us on the stack: it stops at its next step.
+        m_shutdownRequested = true;
+        return;
+    }
+    quit(Failed);
+}
+
+void InstallApplication::onHelpClicked(int id)
+{
+    // Help is already up, or an operation owns the window until it ends.
+    if (id == InstallWizardInterface::HelpPage || m_operationRunning)
+        return;
+    try {
+        showPage(InstallWizardInterface::HelpPage);
+    } catch (const HException &e) {
+        showFailed(e.message());
+    }
+}
+
+void InstallApplication::onAboutToShow(int id)
+{
+    m_history.append(id);
+}
+
+int InstallApplication::remapPage(int id, Mode)
+{
+    return id;
+}
+
+bool InstallApplication::perform(Operation operation)
+{
+    static const InstallWizardInterface::ProgressPhase phases[] = { InstallWizardInterface::Installing,
+        InstallWizardInterface::Upgrading, InstallWizardInterface::Installing,
+        InstallWizardInterface::Repairing, InstallWizardInterface::Removing };
+    if (m_wizard) {
+        m_wizard->setProgressPhase(phases[operation]);
+        showPage(InstallWizardInterface::ProgressPage);
+        processEvents();
+    }
+
+    bool succeeded = false;
+    bool stopped = false;
+    QString failure;
+    {
+        const OperationScope scope(this);
+        try {
+            succeeded = walk(operation);
+        } catch (const InstallShutdownException &) {
+            stopped = true;
+        } catch (const InstallUserCancelException &) {
+            failure = cancelledMessage(m_mode);
+        } catch (const InstallException &e) {
+            failure = e.message();
+        } catch (const HException &e) {
+            failure = e.message();
+        }
+    }
+    if (stopped) {
+        // What was done so far is recorded, so that a later run can undo it.
+        writeRecord();
+        throw InstallShutdownException();
+    }
+    if (!failure.isEmpty())
+        showFailed(failure);
+    else if (succeeded)
+        showComplete(successMessage(m_mode));
+    else
+        showFailed(failureMessage(m_mode));
+    if (!(succeeded && failure.isEmpty() && operation == Remove))
+        writeRecord();
+    return succeeded && failure.isEmpty();
+}
+
+InstallApplication::OperationScope::OperationScope(InstallApplication *application)
+    : m_application(application)
+{
+    m_application->m_operationRunning = true;
+    m_application->m_shutdownRequested = false;
+    if (m_application->m_wizard)
+        m_application->m_wizard->setProgressFollowsList(true);
+}
+
+InstallApplication::OperationScope::~OperationScope()
+{
+    m_application->m_operationRunning = false;
+    m_application->m_taskPrefix.clear();
+    if (m_application->m_wizard)
+        m_application->m_wizard->setProgressFollowsList(false);
+}
+
+bool InstallApplication::walk(Operation operation)
+{
+    const QString installing = QStringLiteral("Installing ");
+    const QString removing = QStringLiteral("Removing ");
+    auto setPrefix = [this](const QString &prefix) {
+        m_taskPrefix = prefix;
+        if (m_wizard)
+            m_wizard->setProgressTaskPrefix(prefix);
+    };
+    auto removeThenInstall = [&](bool installOnlyAfterRemoval) {
+        setPrefix(removing);
+        const bool removed = m_list->uninstall();
+        if (!removed && installOnlyAfterRemoval)
+            return false;
+        setPrefix(installing);
+        return m_list->install() && removed;
+    };
+
+    switch (operation) {
+    case Install:
+        setPrefix(installing);
+        return m_list->install();
+    case Remove:
+        setPrefix(removing);
+        return m_list->uninstall();
+    case Upgrade:
+    case Modify:
+        return removeThenInstall(false);
+    case Repair:
+        return removeThenInstall(true);
+    }
+    return false;
+}
+
+void InstallApplication::showPage(int id)
+{
+    if (!m_wizard->hasPage(id))
+        throw HException(QStringLiteral("Attempted to show dialog NULL dialog"));
+    m_wizard->showPage(id);
+}
+
+void InstallApplication::followSourceFolder()
+{
+    if (m_commandLine.hasDataFile())
+        return;
+    m_media = std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
+    m_list->setMedia(m_media.get());
+    connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
+}
+
+void InstallApplication::processEvents()
+{
+    QCoreApplication::processEvents();
+}
+
+void InstallApplication::quit(int result)
+{
+    m_result = result;
+    if (m_ended)
+        return;
+    m_ended = true;
+    emit ended(result);
+}
+
+void InstallApplication::onOperationStep()
+{
+    if (m_operationRunning && m_shutdownRequested) {
+        m_shutdownRequested = false;
+        throw InstallShutdownException();
+    }
+}
+
+void InstallApplication::printLine(const QString &line)
+{
+    writeTo(stdout, line + QLatin1Char('\n'));
+}

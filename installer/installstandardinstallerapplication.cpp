@@ -1,0 +1,340 @@
+#include "installer/installstandardinstallerapplication.h"
+
+#include "core/hexception.h"
+#include "core/macrotable.h"
+#include "core/places.h"
+#include "installer/consolelicenceprompt.h"
+#include "installer/installsettingsrecord.h"
+#include "installer/installwizardinterface.h"
+#include "plan/installconfigurationlist.h"
+
+#include <QFileInfo>
+#include <QLoggingCategory>
+
+#include <algorithm>
+
+Q_DECLARE_LOGGING_CATEGORY(lcApplication)
+
+namespace {
+
+using Page = InstallWizardInterface::PageId;
+
+bool isInstallation(int mode)
+{
+    return mode >= InstallMode::Minimal && mode <= InstallMode::Custom;
+}
+
+// Selects exactly the installed items of the subtree and marks them for
+// installing again; the rest stays as it is on disk.
+void reinstallInstalled(InstallConfigurationItem *item)
+{
+    const bool installed = item->installed() != InstallConfigurationItem::notInstalled;
+    item->setInstall(installed);
+    if (installed)
+        item->setInstalled(InstallConfigurationItem::notInstalled);
+    for (InstallConfigurationItem *child : item->children())
+        reinstallInstalled(child);
+}
+
+} // namespace
+
+InstallStandardInstallerApplication::InstallStandardInstallerApplication(
+    const InstallCommandLine &commandLine, InstallConfigurationList *list, InstallWizardInterface *wizard,
+    QObject *parent)
+    : InstallApplication(commandLine, list, wizard, parent)
+{ }
+
+InstallStandardInstallerApplication::~InstallStandardInstallerApplication() = default;
+
+QString InstallStandardInstallerApplication::recordPath()
+{
+    return InstallSettingsRecord::defaultPath();
+}
+
+bool InstallStandardInstallerApplication::readRecord(const QString &path)
+{
+    const QString sourceBefore = expandMacros(QStringLiteral("$(SrcDir)"));
+    if (!InstallSettingsRecord(list()).load(path))
+        return false;
+    qCInfo(lcApplication) << "Read the installation record" << path;
+    if (expandMacros(QStringLiteral("$(SrcDir)")) != sourceBefore)
+        followSourceFolder();
+    return true;
+}
+
+void InstallStandardInstallerApplication::writeRecord()
+{
+    const QString path = recordPath();
+    if (!InstallSettingsRecord(list()).save(path))
+        qCWarning(lcApplication) << "Cannot record the installation in" << path;
+}
+
+void InstallStandardInstallerApplication::start()
+{
+    try {
+        if (isInstallation(mode())) {
+            showPage(Page::WelcomePage);
+            return;
+        }
+        if (!locateInstallation()) {
+            quit(Failed);
+            return;
+        }
+        checkInstallation();
+        if (mode() == InstallMode::Upgrade) {
+            showPage(Page::UpgradeWelcomePage);
+            return;
+        }
+        // Modify and repair are reached from the removal page's own choices.
+        setMode(InstallMode::Remove);
+        showPage(Page::StartRemovalPage);
+    } catch (const HException &e) {
+        showFailed(e.message());
+    }
+}
+
+void InstallStandardInstallerApplication::runSilent()
+{
+    try {
+        bool succeeded = false;
+        if (isInstallation(mode())) {
+            if (!(runFlags() & LicenceAccepted))
+                ConsoleLicencePrompt::confirmAgreement(80, 25);
+            // An installation already under the destination is upgraded.
+            if (readRecord(recordPath())) {
+                setMode(InstallMode::Upgrade);
+                checkInstallation();
+                succeeded = perform(Upgrade);
+            } else {
+                succeeded = perform(Install);
+            }
+        } else {
+            locateInstallation();
+            checkInstallation();
+            switch (mode()) {
+            case InstallMode::Repair:
+                succeeded = perform(Repair);
+                break;
+            case InstallMode::Modify:
+                // No way to choose features: what is installed is installed again.
+                reinstallInstalled(list());
+                succeeded = perform(Modify);
+                break;
+            default:
+                succeeded = perform(Remove);
+                break;
+            }
+        }
+        quit(succeeded ? Succeeded : Failed);
+    } catch (const HException &e) {
+        reportInstallationError(e.message());
+        quit(Failed);
+    }
+}
+
+void InstallStandardInstallerApplication::nextPage(int id)
+{
+    if (id == Page::HelpPage) {
+        // Back to the page the help was opened from.
+        onBackClicked(id);
+        return;
+    }
+    if (isInstallation(mode())) {
+        nextInInstallation(id);
+        return;
+    }
+    switch (mode()) {
+    case InstallMode::Upgrade:
+        nextInUpgrade(id);
+        break;
+    case InstallMode::Modify:
+        if (id == Page::MaintenancePage) {
+            showPage(Page::CustomSetupPage);
+        } else if (id == Page::CustomSetupPage) {
+            showPage(Page::StartModifyPage);
+        } else if (id == Page::StartModifyPage) {
+            // The installation was checked when the run started; checking
+            // again would select every installed component once more and
+            // undo the choices just made.
+            perform(Modify);
+        } else {
+            finish(id);
+        }
+        break;
+    case InstallMode::Repair:
+        if (id == Page::MaintenancePage)
+            showPage(Page::StartRepairPage);
+        else if (id == Page::StartRepairPage)
+            perform(Repair);
+        else
+            finish(id);
+        break;
+    case InstallMode::Remove:
+        if (id == Page::MaintenancePage)
+            showPage(Page::StartRemovalPage);
+        else if (id == Page::StartRemovalPage)
+            perform(Remove);
+        else
+            finish(id);
+        break;
+    default:
+        break;
+    }
+}
+
+void InstallStandardInstallerApplication::nextInInstallation(int id)
+{
+    switch (id) {
+    case Page::WelcomePage:
+        if (wizard()->hasPage(Page::LicensePage))
+            showPage(Page::LicensePage);
+        else
+            afterLicence();
+        break;
+    case Page::LicensePage:
+        afterLicence();
+        break;
+    case Page::DestinationPage:
+        afterDestination();
+        break;
+    case Page::ConfigurationPage:
+        afterConfiguration();
+        break;
+    case Page::CustomSetupPage:
+        afterCustomSetup();
+        break;
+    case Page::EnvironmentPage:
+        afterEnvironment();
+        break;
+    case Page::OptionalPage:
+        showPage(Page::StartInstallationPage);
+        break;
+    case Page::StartInstallationPage:
+        perform(Install);
+        break;
+    default:
+        finish(id);
+        break;
+    }
+}
+
+void InstallStandardInstallerApplication::nextInUpgrade(int id)
+{
+    switch (id) {
+    case Page::UpgradeWelcomePage:
+        if (wizard()->hasPage(Page::LicensePage))
+            showPage(Page::LicensePage);
+        else
+            afterLicence();
+        break;
+    case Page::LicensePage:
+        afterLicence();
+        break;
+    case Page::StartUpgradePage:
+        perform(Upgrade);
+        break;
+    default:
+        finish(id);
+        break;
+    }
+}
+
+void InstallStandardInstallerApplication::afterLicence()
+{
+    if (wizard()->hasPage(Page::LicensePage) && !wizard()->licenseAccepted())
+        throw HException(QStringLiteral("License agreement not accepted"));
+    showPage(mode() == InstallMode::Upgrade ? Page::StartUpgradePage : Page::DestinationPage);
+}
+
+void InstallStandardInstallerApplication::afterDestination()
+{
+    if (readRecord(recordPath())) {
+        setMode(InstallMode::Upgrade);
+        checkInstallation();
+        // The installation found decides the way on; there is no going back to choose again.
+        wizard()->addPageFlags(Page::StartUpgradePage, InstallWizardInterface::BackDisabled);
+        showPage(Page::StartUpgradePage);
+        return;
+    }
+    if (wizard()->hasPage(Page::ConfigurationPage))
+        showPage(Page::ConfigurationPage);
+    else
+        afterConfiguration();
+}
+
+void InstallStandardInstallerApplication::afterConfiguration()
+{
+    if (mode() == InstallMode::Custom)
+        showPage(Page::CustomSetupPage);
+    else
+        afterCustomSetup();
+}
+
+void InstallStandardInstallerApplication::afterCustomSetup()
+{
+    if (wizard()->listedRows(Page::EnvironmentPage) > 0)
+        showPage(Page::EnvironmentPage);
+    else
+        afterEnvironment();
+}
+
+void InstallStandardInstallerApplication::afterEnvironment()
+{
+    if (wizard()->listedRows(Page::OptionalPage) > 0)
+        showPage(Page::OptionalPage);
+    else
+        showPage(Page::StartInstallationPage);
+}
+
+void InstallStandardInstallerApplication::finish(int id)
+{
+    if (id == Page::CompletePage) {
+        if (!wizard()->runClosingActions())
+            qCWarning(lcApplication) << "Cannot leave the closing commands";
+        quit(mode() == InstallMode::Remove ? Removed : Succeeded);
+    } else if (id == Page::FailedPage) {
+        quit(Failed);
+    }
+}
+
+void InstallStandardInstallerApplication::checkInstallation()
+{
+    if (wizard()) {
+        wizard()->setProgressPhase(InstallWizardInterface::Checking);
+        showPage(Page::ProgressPage);
+        processEvents();
+        wizard()->setProgressFollowsList(true);
+    }
+    const bool checked = list()->checkInstalled();
+    if (wizard())
+        wizard()->setProgressFollowsList(false);
+    if (!checked)
+        throw HException(QStringLiteral("Cannot check installation configuration"));
+}
+
+bool InstallStandardInstallerApplication::locateInstallation()
+{
+    // An upgrade reads the record under the destination; the maintenance
+    // modes the one beside the running installer, which is where the
+    // "uninstall" copy runs from. Started from elsewhere, the record under
+    // the destination given on the command line is the installation meant.
+    QString path = mode() == InstallMode::Upgrade
+        ? recordPath()
+        : QFileInfo(Places::executablePath()).absolutePath() + QStringLiteral("/IConf.xml");
+    if (!QFileInfo::exists(path))
+        path = recordPath();
+    readRecord(path);
+    if (!expandMacros(QStringLiteral("$(DestDir)")).isEmpty())
+        return true;
+    if (!wizard()) {
+        throw HException(QStringLiteral("Cannot find the $(Product) installation: no record at ") + path
+            + QStringLiteral("; name its folder with --destination"));
+    }
+    const QString folder
+        = wizard()->chooseFolder(expandMacros(QStringLiteral("Please locate $(Product) folder.\n")),
+            expandMacros(QStringLiteral("$(DestDir)")));
+    if (folder.isEmpty())
+        return false;
+    macros().set(QStringLiteral("DestDir"), folder);
+    return true;
+}
