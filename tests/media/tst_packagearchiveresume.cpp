@@ -1,5 +1,6 @@
-// Seeking into a compressed body without starting over, and the parallel
-// bzip2 decoder against libbz2's own sequential reader.
+// Seeking into a compressed body without starting over, the parallel bzip2
+// decoder against libbz2's own sequential reader, and parallel zlib output
+// read by zlib's one-stream reader and Python's.
 #include "core/hexception.h"
 #include "media/packagearchivecompressedbzinputfile.h"
 #include "media/packagearchivecompressedbzoutputfile.h"
@@ -13,6 +14,7 @@
 
 #include <bzlib.h>
 #include <memory>
+#include <zlib.h>
 
 namespace {
 
@@ -165,6 +167,8 @@ private slots:
     void parallelBzip2();
     void damagedBzip2_data();
     void damagedBzip2();
+    void parallelZlibOutput_data();
+    void parallelZlibOutput();
 
 private:
     QTemporaryDir m_dir;
@@ -311,6 +315,64 @@ void tst_PackageArchiveResume::damagedBzip2()
     QCOMPARE(result.second, expected.second);
     QCOMPARE(result.first, expected.first);
     QVERIFY(got == reference);
+}
+
+void tst_PackageArchiveResume::parallelZlibOutput_data()
+{
+    QTest::addColumn<qsizetype>("size");
+    QTest::addColumn<quint32>("level");
+    QTest::newRow("empty") << qsizetype(0) << 6u;
+    QTest::newRow("small, stored") << qsizetype(100) << 0u;
+    QTest::newRow("one segment exactly") << qsizetype(1 << 20) << 1u;
+    QTest::newRow("many segments") << qsizetype((7 << 20) + 3) << 6u;
+    QTest::newRow("many segments, level 9") << qsizetype((3 << 20) + 1) << 9u;
+}
+
+void tst_PackageArchiveResume::parallelZlibOutput()
+{
+    QFETCH(qsizetype, size);
+    QFETCH(quint32, level);
+    const QByteArray bytes = sample(size, 17);
+    const QString path = m_dir.filePath(QStringLiteral("parallel.z"));
+    writeCompressed(Zlib, path, bytes, level);
+    const QByteArray coded = readFile(path);
+
+    // The header deflate itself writes at this level.
+    QByteArray reference(int(compressBound(10)), Qt::Uninitialized);
+    uLongf referenceSize = uLongf(reference.size());
+    QCOMPARE(compress2(reinterpret_cast<Bytef *>(reference.data()), &referenceSize,
+                 reinterpret_cast<const Bytef *>("x"), 1, int(level)),
+        Z_OK);
+    QCOMPARE(coded.left(2), reference.left(2));
+
+    // zlib's one-call reader, which wants exactly one stream with its checksum.
+    QByteArray decoded(qMax<qsizetype>(size, 1), Qt::Uninitialized);
+    uLongf decodedSize = uLongf(decoded.size());
+    QCOMPARE(uncompress(reinterpret_cast<Bytef *>(decoded.data()), &decodedSize,
+                 reinterpret_cast<const Bytef *>(coded.constData()), uLong(coded.size())),
+        Z_OK);
+    decoded.resize(qsizetype(decodedSize));
+    QVERIFY(decoded == bytes);
+
+    // Python's reader, which refuses anything behind the stream.
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+        { QStringLiteral("-c"),
+            QStringLiteral("import sys, zlib\n"
+                           "d = zlib.decompressobj()\n"
+                           "out = d.decompress(open(sys.argv[1], 'rb').read())\n"
+                           "assert d.eof and not d.unused_data\n"
+                           "sys.stdout.buffer.write(out)"),
+            path });
+    QVERIFY(python.waitForFinished(60000));
+    QCOMPARE(python.exitCode(), 0);
+    QVERIFY(python.readAllStandardOutput() == bytes);
+
+    // And ours.
+    auto stream = input(Zlib, openFile(path, "rb"));
+    QByteArray all;
+    QCOMPARE(readUntilFailure(*stream, size, &all).second, QString());
+    QVERIFY(all == bytes);
 }
 
 QTEST_GUILESS_MAIN(tst_PackageArchiveResume)
