@@ -13,6 +13,7 @@ qint32 PackageArchiveCompressedInputFile::read(char *buffer, qint32 size)
         return 0;
     readChunk(buffer, size);
     m_position += quint64(size);
+    m_decompressed += quint64(size);
     return size;
 }
 

@@ -17,6 +17,8 @@ public:
     qint32 seek(qint64 position) override;
 
     quint64 position() const { return m_position; }
+    // Bytes decompressed since the stream was made, seeks included.
+    quint64 decompressed() const { return m_decompressed; }
 
 protected:
     // Concrete streams call init from their constructor and end from their
@@ -41,4 +43,5 @@ protected:
 private:
     qint64 m_start;
     quint64 m_position = 0;
+    quint64 m_decompressed = 0;
 };

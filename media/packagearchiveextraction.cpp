@@ -2,7 +2,9 @@
 
 #include "core/fileutils.h"
 #include "core/hexception.h"
+#include "media/medialog.h"
 #include "media/packagearchive.h"
+#include "media/packagearchivecompressedinputfile.h"
 #include "media/packagearchiveiofileinterface.h"
 
 #include <QFile>
@@ -93,6 +95,9 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
     m_writerWake.notify_all();
     for (std::thread &thread : m_threads)
         thread.join();
+    if (const auto *stream
+        = dynamic_cast<const PackageArchiveCompressedInputFile *>(m_archive.m_stream.get()))
+        qCDebug(lcMedia) << "body: decompressed" << stream->decompressed() << "bytes so far";
 }
 
 void PackageArchiveExtraction::makeFolder(const QString &path)
