@@ -155,7 +155,7 @@ PackageArchiveBzBlockDecoder::PackageArchiveBzBlockDecoder(
     : m_file(file)
     , m_start(start)
     , m_place(place)
-    , m_maxTasks(qMax(1, threads) + 2)
+    , m_maxTasks(qMax(1, threads) + 1)
 {
     m_threads.emplace_back(&PackageArchiveBzBlockDecoder::scan, this);
     for (int i = 0; i < qMax(1, threads); ++i)

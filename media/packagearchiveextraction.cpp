@@ -21,7 +21,7 @@ namespace {
 // Members move from the decompressor to the writers in blocks of this size,
 // and no more than BufferLimit bytes wait between them.
 const qint32 BlockSize = 1 << 20;
-const qint64 BufferLimit = qint64(16) << 20;
+const qint64 BufferLimit = qint64(8) << 20;
 
 bool writeAll(int fd, const char *data, qint64 size)
 {
