@@ -7,6 +7,7 @@
 #include "core/macrotable.h"
 #include "installer/consolelicenceprompt.h"
 #include "installer/textprogressbar.h"
+#include "media/packagearchiveextraction.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -88,13 +89,24 @@ void CopyFilesMode::copyInstallerFiles(TextProgressBar &bar)
 
 void CopyFilesMode::copyArchiveMembers(TextProgressBar &bar)
 {
-    // Table order is the order of the compressed body, so no member makes the
-    // stream start again from the beginning.
-    for (int i = 0; i < m_archive.count(); ++i) {
-        const PackageArchiveFile member = m_archive.member(i);
-        if (m_options.verbose())
-            bar.printLine(m_destination + QLatin1Char('/') + member.name());
-        m_archive.extract(member, m_destination, true);
-        bar.advance(member.size());
+    // Table order is the order of the compressed body, so the stream never
+    // goes back. A member is listed when queued and counted once in place.
+    PackageArchiveExtraction extraction(m_archive);
+    const auto advanceReady = [&](bool wait) {
+        while (extraction.pending() > 0 && (wait || extraction.full() || extraction.nextReady()))
+            bar.advance(extraction.takeNext().size());
+    };
+    try {
+        for (int i = 0; i < m_archive.count(); ++i) {
+            const PackageArchiveFile member = m_archive.member(i);
+            if (m_options.verbose())
+                bar.printLine(m_destination + QLatin1Char('/') + member.name());
+            extraction.addBelow(member, m_destination, member.name(), true);
+            advanceReady(false);
+        }
+    } catch (const HException &) {
+        advanceReady(true);
+        throw;
     }
+    advanceReady(true);
 }

@@ -34,12 +34,12 @@
  */
 #include "media/packagearchive.h"
 
-#include "core/fileutils.h"
 #include "core/hexception.h"
 #include "media/packagearchivecompressedbzinputfile.h"
 #include "media/packagearchivecompressedbzoutputfile.h"
 #include "media/packagearchivecompressedgzinputfile.h"
 #include "media/packagearchivecompressedgzoutputfile.h"
+#include "media/packagearchiveextraction.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -194,20 +194,6 @@ bool copyDiskFile(const QString &path, quint32 size, PackageArchiveIOFileInterfa
             return false;
         }
         left -= quint32(want);
-    }
-    return true;
-}
-
-bool writeAll(int fd, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const ssize_t written = ::write(fd, data, size_t(qMin<qint64>(size, 1 << 30)));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= written;
     }
     return true;
 }
@@ -558,6 +544,12 @@ PackageArchiveFile PackageArchive::addData(const QByteArray &bytes, quint32 mode
 
 QString PackageArchive::checkedTarget(const QString &directory, const QString &relativeName)
 {
+    return checkedTarget(directory, relativeName, nullptr);
+}
+
+QString PackageArchive::checkedTarget(
+    const QString &directory, const QString &relativeName, QSet<QString> *checkedFolders)
+{
     if (relativeName.startsWith(QLatin1Char('/')))
         throw error("refusing absolute file name ", relativeName);
     if (relativeName.contains(QChar(0)))
@@ -568,7 +560,11 @@ QString PackageArchive::checkedTarget(const QString &directory, const QString &r
 
     // Every folder on the way that exists already must stay inside the target
     // folder; a symbolic link there may only lead to another place inside it.
-    // The last part is opened without following links, so it needs no check.
+    // The last part is replaced, never followed, so it needs no check.
+    const qsizetype folderEnd = relativeName.lastIndexOf(QLatin1Char('/'));
+    const QString folder = folderEnd < 0 ? QString() : relativeName.left(folderEnd);
+    if (checkedFolders && checkedFolders->contains(folder))
+        return directory + QLatin1Char('/') + relativeName;
     QString path = directory;
     QByteArray root;
     for (qsizetype i = 0; i + 1 < parts.size(); ++i) {
@@ -592,6 +588,10 @@ QString PackageArchive::checkedTarget(const QString &directory, const QString &r
             throw error("refusing file name that leads through a symbolic link out of the target folder ",
                 relativeName);
     }
+    // Only a folder that exists all the way is settled; a missing part may
+    // still be made into a link before the next file.
+    if (checkedFolders && QFileInfo(directory + QLatin1Char('/') + folder).isDir())
+        checkedFolders->insert(folder);
     return directory + QLatin1Char('/') + relativeName;
 }
 
@@ -608,48 +608,39 @@ void PackageArchive::extractTo(
 
 void PackageArchive::extractToFile(const PackageArchiveFile &member, const QString &path, bool overwrite)
 {
-    const QByteArray bytes = data(member);
-    const QByteArray encoded = QFile::encodeName(path);
-
-    struct stat status;
-    if (::lstat(encoded.constData(), &status) == 0) {
-        if (!overwrite)
-            throw error("cannot overwrite file ", path);
-        ::unlink(encoded.constData());
-    } else {
-        FileUtils::makePath(QFileInfo(path).absolutePath());
-    }
-
-    Descriptor out(::open(encoded.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (out.get() < 0)
-        throw error("cannot create output file ", path);
-    if (!writeAll(out.get(), bytes.constData(), bytes.size()))
-        throw error("cannot write to output file ", path);
-
-    // Times and mode through the open descriptor, so nothing else can be
-    // slipped in under the name meanwhile.
-    if (::fstat(out.get(), &status) != 0)
-        throw error("cannot set mode of output file ", path);
-    const time_t time = member.time().isValid() ? time_t(member.time().toSecsSinceEpoch()) : 0;
-    const struct timespec times[2] = { { time, 0 }, { time, 0 } };
-    ::futimens(out.get(), times);
-    const mode_t mode = (member.mode() & ModeMask) | (status.st_mode & ~ModeMask);
-    if (::fchmod(out.get(), mode & 07777) != 0)
-        throw error("cannot set mode of output file ", path);
+    PackageArchiveExtraction extraction(*this, 1);
+    extraction.add(member, path, overwrite);
+    extraction.finish();
 }
 
 void PackageArchive::extractAll(const QString &directory, bool overwrite)
 {
-    for (const auto &data : m_members)
-        extract(PackageArchiveFile(data.get()), directory, overwrite);
+    extractMembers(directory, overwrite, false);
 }
 
 void PackageArchive::extractSelected(const QString &directory, bool overwrite)
 {
-    for (const auto &data : m_members) {
-        if (data->selected)
-            extract(PackageArchiveFile(data.get()), directory, overwrite);
+    extractMembers(directory, overwrite, true);
+}
+
+void PackageArchive::extractMembers(const QString &directory, bool overwrite, bool selectedOnly)
+{
+    PackageArchiveExtraction extraction(*this);
+    try {
+        for (const auto &data : m_members) {
+            if (selectedOnly && !data->selected)
+                continue;
+            if (extraction.full())
+                extraction.takeNext();
+            extraction.addBelow(PackageArchiveFile(data.get()), directory, data->name, overwrite);
+        }
+    } catch (const HException &) {
+        // Members before the refused one are written, as if one at a time;
+        // an earlier failure is the one to report.
+        extraction.finish();
+        throw;
     }
+    extraction.finish();
 }
 
 void PackageArchive::save(const QString &path, int level)

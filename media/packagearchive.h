@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include <cstdio>
@@ -16,7 +17,8 @@ class PackageArchiveIOFileInterface;
 // and their bytes, compressed as one stream, possibly embedded at a byte offset
 // of a larger file. One class reads and writes it. Members are owned by the
 // archive; PackageArchiveFile handles point into it. Failures throw HException
-// with the finished message. Used on the user-interface thread only.
+// with the finished message. Used on the user-interface thread only, apart
+// from the body a PackageArchiveExtraction reads on its own thread while it runs.
 class PackageArchive : public QObject
 {
     Q_OBJECT
@@ -86,6 +88,10 @@ public:
     // absolute, has a ".." component, or an existing part of the way is a
     // symbolic link leading out of directory.
     static QString checkedTarget(const QString &directory, const QString &relativeName);
+    // The same, skipping the walk for folders in checkedFolders and adding
+    // the ones it walks.
+    static QString checkedTarget(
+        const QString &directory, const QString &relativeName, QSet<QString> *checkedFolders);
 
 protected:
     // The stream takes the file over in every case (it is closed on failure).
@@ -99,6 +105,7 @@ protected:
     virtual void beginRead(FILE *file);
 
 private:
+    friend class PackageArchiveExtraction;
     struct Header;
     Header readHeader(const QString &path, qint64 startOffset);
     static void readInnerHeader(Header &header);
@@ -106,6 +113,7 @@ private:
     void clear();
     PackageArchiveData *appendMember(std::unique_ptr<PackageArchiveData> member);
     void writeBody(const QString &path, quint32 level);
+    void extractMembers(const QString &directory, bool overwrite, bool selectedOnly);
 
     std::vector<std::unique_ptr<PackageArchiveData>> m_members;
     std::vector<PackageArchiveData *> m_sorted;

@@ -1,9 +1,18 @@
 #pragma once
 
+#include "media/packagearchivebzblockdecoder.h"
 #include "media/packagearchivecompressedinputfile.h"
 
-// Decompresses a bzip2 stream (compression kind 1) from a stdio file through
-// libbz2's stdio interface.
+#include <QByteArray>
+
+#include <memory>
+#include <vector>
+
+// Decompresses a bzip2 stream (compression kind 1) from a stdio file. The
+// stream's blocks are decoded in parallel; the first block that is anything
+// but plain sends the stream back to libbz2's stdio interface, which takes up
+// at the same position and reports faults in its own words. The places of the
+// blocks passed are kept, so a seek resumes at the block that holds its target.
 class PackageArchiveCompressedBzInputFile : public PackageArchiveCompressedInputFile
 {
 public:
@@ -14,7 +23,25 @@ protected:
     void init() override;
     void end() override;
     void readChunk(char *buffer, qint32 size) override;
+    quint64 resumeBefore(quint64 target) const override;
+    bool resumeAt(quint64 position) override;
 
 private:
+    // Leaves the parallel decoder for libbz2's reader at position.
+    void fallBack(quint64 position);
+    // The decoder's next block into m_block (empty at the end); false when
+    // the stream is unusual.
+    bool nextBlock();
+    void openSequential();
+    void readSequential(char *buffer, qint32 size);
+
     void *m_handle = nullptr;
+    std::unique_ptr<PackageArchiveBzBlockDecoder> m_decoder;
+    // False once the stream has shown something unusual.
+    bool m_parallel = true;
+    QByteArray m_block;
+    qint32 m_blockUsed = 0;
+    // Uncompressed position of the next byte the decoder delivers.
+    quint64 m_produced = 0;
+    std::vector<PackageArchiveBzBlockDecoder::Place> m_places;
 };

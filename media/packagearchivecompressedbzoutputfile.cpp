@@ -2,8 +2,6 @@
 
 #include "core/hexception.h"
 
-#include <bzlib.h>
-
 PackageArchiveCompressedBzOutputFile::PackageArchiveCompressedBzOutputFile(FILE *file, quint32 level)
     : PackageArchiveCompressedOutputFile(file, level)
 {
@@ -13,31 +11,20 @@ PackageArchiveCompressedBzOutputFile::PackageArchiveCompressedBzOutputFile(FILE 
 PackageArchiveCompressedBzOutputFile::~PackageArchiveCompressedBzOutputFile()
 {
     finishQuietly();
-    if (m_handle) {
-        // Only after a failed finish: release the handle, write nothing more.
-        // libbz2 refuses to let go of a handle while the file shows an error.
-        std::clearerr(file());
-        int error = BZ_OK;
-        BZ2_bzWriteClose(&error, m_handle, 1, nullptr, nullptr);
-    }
 }
 
 void PackageArchiveCompressedBzOutputFile::init()
 {
-    int error = BZ_OK;
-    m_handle = BZ2_bzWriteOpen(&error, file(), int(level()), 0, 30);
-    if (!m_handle || error != BZ_OK) {
-        m_handle = nullptr;
+    // The block sizes libbz2 accepts.
+    if (level() < 1 || level() > 9)
         throw HException(QStringLiteral("cannot initialise deflate"));
-    }
+    m_compressor = std::make_unique<PackageArchiveParallelBzip2>(
+        file(), int(level()), PackageArchiveParallelBzip2::defaultThreads());
 }
 
 void PackageArchiveCompressedBzOutputFile::writeChunk(const char *buffer, qint32 size)
 {
-    int error = BZ_OK;
-    BZ2_bzWrite(&error, m_handle, const_cast<char *>(buffer), size);
-    if (error != BZ_OK)
-        throw HException(QStringLiteral("error writing to compressed stream"));
+    m_compressor->write(buffer, size);
 }
 
 void PackageArchiveCompressedBzOutputFile::finish()
@@ -45,9 +32,6 @@ void PackageArchiveCompressedBzOutputFile::finish()
     if (m_finished)
         return;
     m_finished = true;
-    int error = BZ_OK;
-    BZ2_bzWriteClose(&error, m_handle, 0, nullptr, nullptr);
-    if (error != BZ_OK)
-        throw HException(QStringLiteral("error compressing stream"));
-    m_handle = nullptr;
+    m_compressor->finish();
+    m_compressor.reset();
 }

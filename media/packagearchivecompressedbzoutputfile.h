@@ -1,10 +1,13 @@
 #pragma once
 
 #include "media/packagearchivecompressedoutputfile.h"
+#include "media/packagearchiveparallelbzip2.h"
 
-// Compresses into a bzip2 stream (compression kind 1) on a stdio file through
-// libbz2's stdio interface. The level is the block size in units of 100 000
-// bytes, so only 1 to 9 work.
+#include <memory>
+
+// Compresses into a bzip2 stream (compression kind 1) on a stdio file, on
+// several threads (see PackageArchiveParallelBzip2). The level is the block
+// size in units of 100 000 bytes, so only 1 to 9 work.
 class PackageArchiveCompressedBzOutputFile : public PackageArchiveCompressedOutputFile
 {
 public:
@@ -18,5 +21,5 @@ protected:
     void init() override;
 
 private:
-    void *m_handle = nullptr;
+    std::unique_ptr<PackageArchiveParallelBzip2> m_compressor;
 };

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "media/packagearchivecompressedoutputfile.h"
+#include "media/packagearchiveparalleldeflate.h"
 
 #include <memory>
 
-// Compresses into a zlib stream (compression kind 0) on a stdio file.
+// Compresses into a zlib stream (compression kind 0) on a stdio file, on
+// several threads (see PackageArchiveParallelDeflate).
 class PackageArchiveCompressedGzOutputFile : public PackageArchiveCompressedOutputFile
 {
 public:
@@ -18,9 +20,5 @@ protected:
     void init() override;
 
 private:
-    // Runs deflate over the pending input and writes every filled buffer.
-    void deflateInto(int flush);
-
-    struct State;
-    std::unique_ptr<State> m_state;
+    std::unique_ptr<PackageArchiveParallelDeflate> m_deflate;
 };

@@ -1,6 +1,8 @@
 #include "media/packagearchiveinstallmedia.h"
 
+#include "core/hexception.h"
 #include "core/installexception.h"
+#include "media/packagearchiveextraction.h"
 
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
@@ -36,20 +38,44 @@ quint64 PackageArchiveInstallMedia::totalSize()
 void PackageArchiveInstallMedia::copyFiles(
     const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
 {
-    for (const QString &name : files) {
-        const QString source = sourceFolder + QLatin1Char('/') + name;
-        const QString target = destinationFolder + QLatin1Char('/') + name;
-        emit extractingFile(name);
+    // Each file is announced and decided here before its bytes are queued;
+    // it is reported once it is in place, in the same order.
+    PackageArchiveExtraction extraction(m_archive);
+    const auto reportReady = [&](bool wait) {
+        while (extraction.pending() > 0 && (wait || extraction.full() || extraction.nextReady()))
+            emit extractedFile(extraction.takeNext().size());
+    };
+    QString madeFolder;
+    try {
+        for (const QString &name : files) {
+            const QString source = sourceFolder + QLatin1Char('/') + name;
+            const QString target = destinationFolder + QLatin1Char('/') + name;
+            emit extractingFile(name);
 
-        const PackageArchiveFile member = m_archive.find(source);
-        if (member.isNull())
-            throw InstallException(
-                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
-        const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
-        if (!shouldCopy(modified, member.size(), target))
-            continue;
-        makeTargetFolder(target);
-        m_archive.extractTo(member, destinationFolder, name, true);
-        emit extractedFile(member.size());
+            const PackageArchiveFile member = m_archive.find(source);
+            if (member.isNull())
+                throw InstallException(
+                    QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+            const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
+            if (!shouldCopy(modified, member.size(), target))
+                continue;
+            const qsizetype slash = target.lastIndexOf(QLatin1Char('/'));
+            if (target.left(slash) != madeFolder) {
+                makeTargetFolder(target);
+                madeFolder = target.left(slash);
+            }
+            extraction.addBelow(member, destinationFolder, name, true);
+            reportReady(false);
+        }
+    } catch (const HException &) {
+        // A failure keeps the files before it, reported as if copied one by
+        // one; an earlier file's failure is the one that counts. A Cancel or
+        // a shutdown abandons what is under way instead.
+        reportReady(true);
+        throw;
+    } catch (const InstallException &) {
+        reportReady(true);
+        throw;
     }
+    reportReady(true);
 }

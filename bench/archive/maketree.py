@@ -56,7 +56,7 @@ def main():
         ("bin", 60, (4_000_000, 8_000_000), binary, 0o755),
         ("lib", 1500, (50_000, 150_000), binary, 0o644),
         ("include", 20000, (1_000, 5_000), None, 0o644),
-        ("doc", 8500, (1_000, 7_000), None, 0o444),
+        ("html", 8500, (1_000, 7_000), None, 0o444),
     ]
     files = size_total = 0
     for folder, count, (low, high), maker, mode in kinds:
@@ -66,7 +66,7 @@ def main():
             os.makedirs(sub, exist_ok=True)
             size = rng.randrange(low, high)
             data = maker(rng, size) if maker else text(size)
-            suffix = {"bin": "", "lib": ".so", "include": ".h", "doc": ".txt"}[folder]
+            suffix = {"bin": "", "lib": ".so", "include": ".h", "html": ".txt"}[folder]
             path = os.path.join(sub, "%s%05d%s" % (folder, index, suffix))
             with open(path, "wb") as f:
                 f.write(data)

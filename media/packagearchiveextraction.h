@@ -1,0 +1,100 @@
+#pragma once
+
+#include "media/packagearchivefile.h"
+
+#include <QSet>
+#include <QString>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+class PackageArchive;
+
+// Writes a batch of members to disk with decompression and writing on worker
+// threads: one thread reads the members' bytes from the archive, preferring
+// the next one on in the body among those waiting, others write them,
+// several files at a time. Each file is
+// written under a temporary name in its folder and renamed into place once
+// complete, so an abandoned or failed file never shows under its final name.
+//
+// The caller (the user-interface thread) adds members and takes the finished
+// ones back in the order it added them (reading starts once it waits for one
+// or has a full window under way); it announces a file before adding it
+// and reports it once taken, so its signals keep their order. Destroying an
+// extraction that was not finished abandons what is still under way: the
+// threads stop and the temporary files go. The archive must not be read by
+// anyone else until the extraction is finished or destroyed.
+class PackageArchiveExtraction
+{
+public:
+    explicit PackageArchiveExtraction(PackageArchive &archive, int writers = defaultWriters());
+    ~PackageArchiveExtraction();
+    PackageArchiveExtraction(const PackageArchiveExtraction &) = delete;
+    PackageArchiveExtraction &operator=(const PackageArchiveExtraction &) = delete;
+
+    // Two writers keep a decompressing core and the file system busy on the
+    // machines this runs on; more only add contention.
+    static int defaultWriters() { return 2; }
+
+    // Queues the member for exactly path. Throws "cannot overwrite file " when
+    // the path exists and overwrite is false; makes the missing folders.
+    void add(const PackageArchiveFile &member, const QString &path, bool overwrite);
+    // The same for directory + "/" + relativeName, checked like
+    // PackageArchive::checkedTarget (a folder already checked in this batch is
+    // not walked again).
+    void addBelow(const PackageArchiveFile &member, const QString &directory, const QString &relativeName,
+        bool overwrite);
+
+    // Members added and not yet taken back.
+    int pending() const { return int(m_reports.size()); }
+    // Too many members are under way: take one back before adding more.
+    bool full() const { return pending() >= MaxPending || m_pendingBytes >= MaxPendingBytes; }
+    // The oldest pending member is written (or has failed), so taking it will not wait.
+    bool nextReady();
+    // Waits for the oldest pending member and returns it; throws HException
+    // with its failure.
+    PackageArchiveFile takeNext();
+    // Takes back every pending member, in order; throws the first failure.
+    void finish();
+
+private:
+    struct Job;
+    // The window of members added ahead of those taken back: the reader
+    // orders what is in it by place in the body.
+    static constexpr int MaxPending = 512;
+    static constexpr qint64 MaxPendingBytes = qint64(32) << 20;
+
+    void readLoop();
+    void writeLoop();
+    void readJob(Job &job);
+    void writeJob(Job &job);
+    // Waits for the job's next block; empty when it has no more.
+    QByteArray nextBlock(Job &job);
+    void makeFolder(const QString &path);
+
+    PackageArchive &m_archive;
+    std::mutex m_mutex;
+    // The reader waits for work and for room, writers for work and blocks,
+    // the caller for written files.
+    std::condition_variable m_readerWake;
+    std::condition_variable m_writerWake;
+    std::condition_variable m_doneWake;
+    bool m_stopping = false;
+    std::deque<std::shared_ptr<Job>> m_toRead;
+    std::deque<std::shared_ptr<Job>> m_toWrite;
+    std::deque<std::shared_ptr<Job>> m_reports;
+    qint64 m_buffered = 0;
+    // Bytes of the members added and not taken back; changed by the caller
+    // under the lock, read by the reader.
+    qint64 m_pendingBytes = 0;
+    int m_callerWaiting = 0;
+    // Where the reader's last member ended in the body.
+    quint32 m_readPosition = 0;
+    std::vector<std::thread> m_threads;
+    QSet<QString> m_checkedFolders;
+    QSet<QString> m_madeFolders;
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+// Writes one ordinary bzip2 stream, compressed on several threads: the input
+// is cut into segments small enough to make exactly one block each (the
+// first run-length stage can grow input by a quarter), each is compressed by
+// libbz2 as a stream of its own, and its block's bits are joined behind one
+// header, followed by the end mark and the CRC combined from the blocks'. Any
+// bzip2 reader decodes the result. Used from one thread; failures throw
+// HException: "error writing to compressed stream" while writing, "error
+// compressing stream" when finishing, as libbz2's own writer reports them.
+class PackageArchiveParallelBzip2
+{
+public:
+    PackageArchiveParallelBzip2(FILE *file, int level, int threads);
+    ~PackageArchiveParallelBzip2();
+    PackageArchiveParallelBzip2(const PackageArchiveParallelBzip2 &) = delete;
+    PackageArchiveParallelBzip2 &operator=(const PackageArchiveParallelBzip2 &) = delete;
+
+    void write(const char *data, qint64 size);
+    void finish();
+
+    static int defaultThreads() { return 2; }
+
+private:
+    struct Segment;
+
+    void submit();
+    void writeOldest(const QString &failure);
+    void work();
+    void compress(Segment &segment);
+    // Appends count bits from data (whole bytes first, most significant bit first).
+    void putBits(const uchar *data, quint64 count);
+    void putValue(quint64 value, int count);
+    // Writes the whole bytes gathered so far.
+    void flushBytes(const QString &failure);
+
+    FILE *m_file;
+    int m_level;
+    int m_threads;
+    int m_segmentSize;
+    QByteArray m_pending;
+    quint32 m_combinedCrc = 0;
+    // Finished bytes not yet written, and the bits of the byte being filled.
+    QByteArray m_out;
+    uchar m_partial = 0;
+    int m_partialBits = 0;
+    std::mutex m_mutex;
+    std::condition_variable m_workWake;
+    std::condition_variable m_doneWake;
+    bool m_stopping = false;
+    std::deque<std::shared_ptr<Segment>> m_queue;
+    std::deque<std::shared_ptr<Segment>> m_inOrder;
+    std::vector<std::thread> m_workers;
+};
