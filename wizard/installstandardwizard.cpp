@@ -206,6 +206,11 @@ void InstallStandardWizard::raiseWindow()
     m_window->activateWindow();
 }
 
+void InstallStandardWizard::hideWindow()
+{
+    m_window->hide();
+}
+
 InstallWizardDialog *InstallStandardWizard::page(int id) const
 {
     return m_window->findPage(id);

@@ -64,6 +64,7 @@ public:
     void reportInstallationError(const QString &message) override;
     InstallQuestion *question() override;
     void raiseWindow() override;
+    void hideWindow() override;
 
     // The window itself, for the process entry and for tests.
     ClassicInstallWizard *window() const { return m_window.get(); }
