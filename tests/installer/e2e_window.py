@@ -141,8 +141,17 @@ class WindowCase(unittest.TestCase):
         xwd = os.path.join(self.tmp, "window.xwd")
         with open(xwd, "wb") as f:
             f.write(self.image)
-        # The window's area of the screen, a question box over it included.
         subprocess.run(["convert", "xwd:" + xwd, "-crop", self.crop, "+repage", path], check=True)
+        # A question box is a window of its own, which the screen's image may
+        # not show: it is saved on its own.
+        boxes = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^%s$" % WINDOW_TITLE],
+                               stdout=subprocess.PIPE, text=True).stdout.split()
+        for number, box in enumerate(b for b in boxes if b != self.window):
+            image = subprocess.run(["xwd", "-silent", "-id", box], stdout=subprocess.PIPE, check=True).stdout
+            with open(xwd, "wb") as f:
+                f.write(image)
+            subprocess.run(["convert", "xwd:" + xwd, os.path.join(SCREENSHOT_DIR, "%s-box%d.png" % (name, number))],
+                           check=True)
 
     def finish(self):
         out, err = self.process.communicate(timeout=600)
