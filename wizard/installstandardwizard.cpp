@@ -201,6 +201,9 @@ InstallQuestion *InstallStandardWizard::question()
 
 void InstallStandardWizard::raiseWindow()
 {
+    // Once put away, a second start must not bring the window back.
+    if (m_windowHidden)
+        return;
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
@@ -208,6 +211,7 @@ void InstallStandardWizard::raiseWindow()
 
 void InstallStandardWizard::hideWindow()
 {
+    m_windowHidden = true;
     m_window->hide();
 }
 

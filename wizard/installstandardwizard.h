@@ -81,4 +81,5 @@ private:
 
     std::unique_ptr<ClassicInstallWizard> m_window;
     QPointer<InstallCheckMessageBox> m_question;
+    bool m_windowHidden = false;
 };
