@@ -100,6 +100,7 @@ void InstallApplication::setMode(Mode mode)
 
 int InstallApplication::run()
 {
+    // A silent run with a window shows only the agreement there (start()).
     if (!m_wizard) {
         runSilent();
         m_ended = true;
@@ -321,8 +322,9 @@ void InstallApplication::onCancelClicked(int id)
     if (answer != InstallQuestion::Yes)
         return;
     if (running && m_operationRunning) {
-        // The walk is below us on the stack: it stops at its next step.
-        m_shutdownRequested = true;
+        // The walk is below us on the stack: it stops at its next step and
+        // the run ends on the failed page, with what was done recorded.
+        m_cancelRequested = true;
         return;
     }
     quit(Failed);
@@ -399,6 +401,7 @@ InstallApplication::OperationScope::OperationScope(InstallApplication *applicati
 {
     m_application->m_operationRunning = true;
     m_application->m_shutdownRequested = false;
+    m_application->m_cancelRequested = false;
     if (m_application->m_wizard)
         m_application->m_wizard->setProgressFollowsList(true);
 }
@@ -475,11 +478,29 @@ void InstallApplication::quit(int result)
     emit ended(result);
 }
 
+void InstallApplication::leaveWizard(bool licenceAccepted)
+{
+    if (!m_wizard)
+        return;
+    disconnect(m_wizard, nullptr, this, nullptr);
+    disconnect(this, nullptr, m_wizard, nullptr);
+    m_wizard->hideWindow();
+    m_wizard = nullptr;
+    m_consoleQuestion = std::make_unique<InstallConsoleQuestion>();
+    m_list->setQuestion(m_consoleQuestion.get());
+    if (licenceAccepted)
+        m_runFlags |= LicenceAccepted;
+}
+
 void InstallApplication::onOperationStep()
 {
     if (m_operationRunning && m_shutdownRequested) {
         m_shutdownRequested = false;
         throw InstallShutdownException();
+    }
+    if (m_operationRunning && m_cancelRequested) {
+        m_cancelRequested = false;
+        throw InstallUserCancelException();
     }
 }
 

@@ -53,6 +53,7 @@ public:
     Mode mode() const override { return m_mode; }
     void setMode(Mode mode);
     int runFlags() const { return m_runFlags; }
+    // No window to answer to: outcomes and questions go to the console.
     bool isSilent() const { return !m_wizard; }
     int result() const { return m_result; }
     bool hasEnded() const { return m_ended; }
@@ -132,6 +133,10 @@ protected:
     void processEvents();
     // Ends the run with the result.
     void quit(int result);
+    // A silent run that showed the agreement in the window goes on without
+    // it: the window is hidden and forgotten, questions and outcomes go to
+    // the console, and the licence counts as accepted when it was.
+    void leaveWizard(bool licenceAccepted);
 
 private:
     // Marks an operation as running for the length of a walk.
@@ -162,6 +167,8 @@ private:
     bool m_ended = false;
     bool m_operationRunning = false;
     bool m_shutdownRequested = false;
+    // Cancel confirmed while a walk runs.
+    bool m_cancelRequested = false;
     QString m_taskPrefix;
     QList<int> m_history;
 };

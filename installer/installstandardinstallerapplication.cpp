@@ -73,7 +73,11 @@ void InstallStandardInstallerApplication::start()
 {
     try {
         if (isInstallation(mode())) {
-            showPage(Page::WelcomePage);
+            // A silent run gets a window only to read the agreement in.
+            if (runFlags() & Silent)
+                showPage(Page::LicensePage);
+            else
+                showPage(Page::WelcomePage);
             return;
         }
         if (!locateInstallation()) {
@@ -241,6 +245,19 @@ void InstallStandardInstallerApplication::nextInUpgrade(int id)
 
 void InstallStandardInstallerApplication::afterLicence()
 {
+    if (runFlags() & Silent) {
+        const bool accepted = wizard()->licenseAccepted();
+        leaveWizard(accepted);
+        if (!accepted) {
+            reportInstallationError(QStringLiteral("License agreement not accepted"));
+            quit(Failed);
+            return;
+        }
+        // The rest of the run is silent; it starts once this press is handled.
+        QMetaObject::invokeMethod(
+            this, &InstallStandardInstallerApplication::runSilent, Qt::QueuedConnection);
+        return;
+    }
     if (wizard()->hasPage(Page::LicensePage) && !wizard()->licenseAccepted())
         throw HException(QStringLiteral("License agreement not accepted"));
     showPage(mode() == InstallMode::Upgrade ? Page::StartUpgradePage : Page::DestinationPage);

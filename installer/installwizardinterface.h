@@ -114,6 +114,9 @@ public:
     virtual InstallQuestion *question() = 0;
     // Brings the window to the front (a second start of the installer).
     virtual void raiseWindow() = 0;
+    // Takes the window off the screen (a silent run once the agreement has
+    // been answered in it).
+    virtual void hideWindow() = 0;
 
 public slots:
     // Keeps the mode-dependent pages (configuration, maintenance, custom

@@ -145,10 +145,18 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
 
     // The toolkit's own messages would only confuse the console output.
     qInstallMessageHandler(discardMessage);
+    // A silent installation still shows the agreement in a window when it
+    // was not accepted on the command line and a display answers; the run
+    // itself stays silent.
+    const bool installation
+        = commandLine.mode() >= InstallMode::Minimal && commandLine.mode() <= InstallMode::Custom;
+    const bool windowed = !commandLine.isSilent()
+        || (commandLineError.isEmpty() && installation && !commandLine.licenceAccepted()
+            && displayAvailable());
     std::unique_ptr<QCoreApplication> application;
-    if (commandLine.isSilent()) {
+    if (commandLine.isSilent() && !windowed) {
         application = std::make_unique<QCoreApplication>(m_argc, m_argv);
-    } else if (displayAvailable()) {
+    } else if (commandLine.isSilent() || displayAvailable()) {
         QGuiApplication::setDesktopSettingsAware(false);
         application = factory.createApplication(m_argc, m_argv);
         // Plug-ins found after this point (styles, themes of the desktop) stay out.
@@ -167,7 +175,7 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
 
     ConfigurationList list(commandLine.rootRequired());
     std::unique_ptr<InstallWizardInterface> wizard;
-    if (!commandLine.isSilent())
+    if (windowed)
         wizard = factory.createWizard(&list, commandLine.mode());
     if (!commandLineError.isEmpty()) {
         reportInstallationError(wizard.get(), commandLineError);

@@ -42,10 +42,12 @@ public:
     // to the front and this process should exit with status 0.
     bool handOverToRunningInstance();
 
-    // Defaults, the second pass, the application object (a console one for a
-    // silent run, which never opens a window; the factory's otherwise, once a
-    // display answers), the plan, the wizard and the run. Returns the
-    // application's result (1 for success) or HandedOver.
+    // Defaults, the second pass, the application object (the factory's once a
+    // display answers; a console one for a silent run, unless it is an
+    // installation whose agreement is still to be read and a display
+    // answers: then the window shows the agreement alone), the plan, the
+    // wizard and the run. Returns the application's result (1 for success)
+    // or HandedOver.
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows

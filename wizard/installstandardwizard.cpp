@@ -201,9 +201,18 @@ InstallQuestion *InstallStandardWizard::question()
 
 void InstallStandardWizard::raiseWindow()
 {
+    // Once put away, a second start must not bring the window back.
+    if (m_windowHidden)
+        return;
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+}
+
+void InstallStandardWizard::hideWindow()
+{
+    m_windowHidden = true;
+    m_window->hide();
 }
 
 InstallWizardDialog *InstallStandardWizard::page(int id) const

@@ -64,6 +64,7 @@ public:
     void reportInstallationError(const QString &message) override;
     InstallQuestion *question() override;
     void raiseWindow() override;
+    void hideWindow() override;
 
     // The window itself, for the process entry and for tests.
     ClassicInstallWizard *window() const { return m_window.get(); }
@@ -80,4 +81,5 @@ private:
 
     std::unique_ptr<ClassicInstallWizard> m_window;
     QPointer<InstallCheckMessageBox> m_question;
+    bool m_windowHidden = false;
 };

@@ -13,6 +13,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -68,6 +69,7 @@ public:
     void reportInstallationError(const QString &message) override { errors.append(message); }
     InstallQuestion *question() override { return &script; }
     void raiseWindow() override { }
+    void hideWindow() override { hidden = true; }
     void installationModeChanged(InstallMode::Mode mode) override { modes.append(mode); }
 
     void next() { emit nextClicked(current); }
@@ -80,6 +82,7 @@ public:
     int current = -1;
     QList<int> shown;
     bool accepted = false;
+    bool hidden = false;
     QMap<int, quint32> pageFlags;
     QMap<int, QString> titles;
     QMap<int, QString> texts;
@@ -109,6 +112,8 @@ private slots:
     void backRetracesBranch();
     void licenceNotAccepted_data();
     void licenceNotAccepted();
+    void silentRunReadsLicenceInWindow_data();
+    void silentRunReadsLicenceInWindow();
     void existingInstallationBecomesUpgrade();
     void maintenanceStartShowsRemoval_data();
     void maintenanceStartShowsRemoval();
@@ -332,6 +337,38 @@ void tst_InstallApplication::licenceNotAccepted()
     QVERIFY(m_log.isEmpty());
 }
 
+void tst_InstallApplication::silentRunReadsLicenceInWindow_data()
+{
+    QTest::addColumn<bool>("accept");
+    QTest::newRow("accepted") << true;
+    QTest::newRow("refused") << false;
+}
+
+void tst_InstallApplication::silentRunReadsLicenceInWindow()
+{
+    QFETCH(bool, accept);
+    FakeWizard wizard;
+    auto installer = application(&wizard, { QStringLiteral("--silent") });
+    QSignalSpy ended(installer.get(), &InstallApplication::ended);
+    // The window shows the agreement alone; the rest of the run is silent:
+    // no page of the wizard is shown after it and no question goes to it.
+    QTimer::singleShot(0, &wizard, [&wizard, accept] {
+        wizard.accepted = accept;
+        wizard.next();
+    });
+    const int result = installer->run();
+    QCOMPARE(wizard.shown, QList<int> { Page::LicensePage });
+    QVERIFY(wizard.hidden);
+    QVERIFY(installer->isSilent());
+    QCOMPARE(ended.size(), 1);
+    QCOMPARE(result, int(accept ? InstallApplication::Succeeded : InstallApplication::Failed));
+    QCOMPARE(m_log,
+        accept ? (QStringList { QStringLiteral("install Product"), QStringLiteral("install Docs") })
+               : QStringList());
+    QCOMPARE(QFile::exists(m_dir->filePath(QStringLiteral("dest/bin/IConf.xml"))), accept);
+    QVERIFY(wizard.script.asked.isEmpty());
+}
+
 void tst_InstallApplication::existingInstallationBecomesUpgrade()
 {
     installSilently();
@@ -545,11 +582,18 @@ void tst_InstallApplication::cancelDuringOperationStopsAtNextStep()
             "Tamrin Calvra for ARM may not work properly.<p>Are you sure you want to terminate the "
             "installation?<p>Click Yes to terminate installation or No to continue."));
     QCOMPARE(m_log, QStringList { QStringLiteral("install Product") });
-    QVERIFY(installer->hasEnded());
-    QCOMPARE(installer->result(), int(InstallApplication::Failed));
+    // The run ends on the failed page, which says why; Finish then quits.
+    QVERIFY(!installer->hasEnded());
+    QCOMPARE(wizard.current, int(Page::FailedPage));
+    QCOMPARE(wizard.titles[Page::FailedPage], QStringLiteral("Installation Failed"));
+    QVERIFY(wizard.texts[Page::FailedPage].startsWith(
+        QStringLiteral("Installation has been cancelled by user.")));
     QVERIFY(!wizard.following);
     // What was done is recorded for a later removal.
     QVERIFY(QFile::exists(m_dir->filePath(QStringLiteral("dest/bin/IConf.xml"))));
+    wizard.next();
+    QVERIFY(installer->hasEnded());
+    QCOMPARE(installer->result(), int(InstallApplication::Failed));
 }
 
 void tst_InstallApplication::finishedPagesQuitWithoutQuestion_data()

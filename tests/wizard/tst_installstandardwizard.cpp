@@ -84,6 +84,7 @@ private slots:
     void cancelHeardDuringOperation();
     void installationError();
     void questionIsTheMessageBox();
+    void hiddenWindowStaysHidden();
 };
 
 void tst_InstallStandardWizard::initTestCase()
@@ -471,6 +472,19 @@ void tst_InstallStandardWizard::questionIsTheMessageBox()
     auto *box = dynamic_cast<InstallCheckMessageBox *>(wizard.question());
     QVERIFY(box);
     QCOMPARE(box->parentWidget(), wizard.window());
+}
+
+void tst_InstallStandardWizard::hiddenWindowStaysHidden()
+{
+    Plan plan;
+    InstallStandardWizard wizard(&plan.list, options());
+    wizard.showPage(InstallWizardInterface::LicensePage);
+    QVERIFY(wizard.window()->isVisible());
+    wizard.hideWindow();
+    QVERIFY(!wizard.window()->isVisible());
+    // A second start of the installer asks to raise it: it stays away.
+    wizard.raiseWindow();
+    QVERIFY(!wizard.window()->isVisible());
 }
 
 QTEST_MAIN(tst_InstallStandardWizard)
