@@ -477,10 +477,16 @@ void InstallApplication::quit(int result)
 
 void InstallApplication::onOperationStep()
 {
-    if (m_operationRunning && m_shutdownRequested) {
+    if (!m_operationRunning)
+        return;
+    if (m_shutdownRequested) {
         m_shutdownRequested = false;
         throw InstallShutdownException();
     }
+    // Interrupted from outside: the run ends as if the user had cancelled,
+    // with what was done so far recorded.
+    if (InstallStopSignals::stopRequested())
+        throw InstallUserCancelException();
 }
 
 void InstallApplication::printLine(const QString &line)
