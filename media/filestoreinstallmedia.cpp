@@ -31,18 +31,19 @@ void collect(const QString &directory, const QString &prefix, QStringList &names
     }
 }
 
-// True when every folder between destination and the file at
-// destination/name is a real directory: a link planted among them would carry
-// the copy out of the destination. A name that climbs out with ".." or starts
-// at the root is refused the same way.
+// True when the destination folder and every folder between it and the file
+// at destination/name is a real directory (or not made yet): a link planted
+// among them would carry the copy out of the destination. A name that climbs
+// out with ".." or starts at the root is refused the same way.
 bool staysInside(const QString &destination, const QString &name)
 {
     const QStringList parts = name.split(QLatin1Char('/'));
     if (name.startsWith(QLatin1Char('/')) || parts.contains(QStringLiteral("..")))
         return false;
     QString folder = destination;
-    for (int i = 0; i + 1 < parts.size(); ++i) {
-        folder += QLatin1Char('/') + parts.at(i);
+    for (int i = -1; i + 1 < parts.size(); ++i) {
+        if (i >= 0)
+            folder += QLatin1Char('/') + parts.at(i);
         struct stat status;
         if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
             return errno == ENOENT; // the rest is made fresh below a real folder
@@ -88,18 +89,18 @@ void FileStoreInstallMedia::copyFiles(
         const QString target = destinationFolder + QLatin1Char('/') + name;
         emit extractingFile(name);
 
+        // Nothing is asked about, or written to, a place outside the destination.
         struct stat status;
-        if (::stat(QFile::encodeName(source).constData(), &status) != 0)
+        if (!staysInside(destinationFolder, name)
+            || ::stat(QFile::encodeName(source).constData(), &status) != 0)
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
         if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
+        makeTargetFolder(target);
         // The target is a file path: a directory standing there is not
         // copied into, as the copy routine would do.
-        const bool inside = staysInside(destinationFolder, name);
-        if (inside)
-            makeTargetFolder(target);
-        if (!inside || QFileInfo(target).isDir() || !FileUtils::copyFile(source, target))
+        if (QFileInfo(target).isDir() || !FileUtils::copyFile(source, target))
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
         emit extractedFile(quint64(status.st_size));
