@@ -31,8 +31,8 @@ void collect(const QString &directory, const QString &prefix, QStringList &names
     }
 }
 
-// True when the destination folder and every folder between it and the file
-// at destination/name is a real directory (or not made yet): a link planted
+// True unless the destination folder or a folder between it and the file at
+// destination/name is a symbolic link: a link planted
 // among them would carry the copy out of the destination. A name that climbs
 // out with ".." or starts at the root is refused the same way.
 bool staysInside(const QString &destination, const QString &name)
@@ -47,8 +47,11 @@ bool staysInside(const QString &destination, const QString &name)
         struct stat status;
         if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
             return errno == ENOENT; // the rest is made fresh below a real folder
-        if (!S_ISDIR(status.st_mode))
+        if (S_ISLNK(status.st_mode))
             return false;
+        // Anything else in the way makes the folder fail to be made.
+        if (!S_ISDIR(status.st_mode))
+            return true;
     }
     return true;
 }
