@@ -430,8 +430,8 @@ class PlantedLinks(FaultCase):
         self.assertEqual(self.record(self.destination).get("dest_dir"), self.destination)
         with open(settings) as f:
             self.assertIn("DestDir=" + self.destination + "\n", f.read())
-        # The rules file is not the installer's to replace; its link stays,
-        # and the permission change did not reach through it.
+        # With something at the rules file's place the rules item is not
+        # chosen: the link stays and nothing reached through it.
         self.assertTrue(os.path.islink(UDEV_RULES))
 
 
