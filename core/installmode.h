@@ -2,5 +2,5 @@
 
 // Installation modes shared by the plan and the application.
 namespace InstallMode {
-enum Mode { Minimal = 0, Typical, Full, Custom, Modify, Repair, Remove, Upgrade };
+enum Mode : int { Minimal = 0, Typical, Full, Custom, Modify, Repair, Remove, Upgrade };
 }

@@ -494,14 +494,20 @@ void InstallApplication::leaveWizard(bool licenceAccepted)
 
 void InstallApplication::onOperationStep()
 {
-    if (m_operationRunning && m_shutdownRequested) {
+    if (!m_operationRunning)
+        return;
+    if (m_shutdownRequested) {
         m_shutdownRequested = false;
         throw InstallShutdownException();
     }
-    if (m_operationRunning && m_cancelRequested) {
+    if (m_cancelRequested) {
         m_cancelRequested = false;
         throw InstallUserCancelException();
     }
+    // Interrupted from outside: the run ends as if the user had cancelled,
+    // with what was done so far recorded.
+    if (InstallStopSignals::stopRequested())
+        throw InstallUserCancelException();
 }
 
 void InstallApplication::printLine(const QString &line)

@@ -2,6 +2,7 @@
 
 #include "core/installcommandline.h"
 #include "core/installmode.h"
+#include "installer/installstopsignals.h"
 #include "plan/installmodesource.h"
 
 #include <QList>
@@ -150,6 +151,7 @@ private:
 
     private:
         InstallApplication *m_application;
+        InstallStopSignals m_stopSignals;
     };
 
     void onOperationStep();

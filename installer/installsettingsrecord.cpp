@@ -1,5 +1,6 @@
 #include "installer/installsettingsrecord.h"
 
+#include "core/fileutils.h"
 #include "core/installmode.h"
 #include "core/macrotable.h"
 #include "plan/installconfigurationlist.h"
@@ -71,10 +72,8 @@ bool InstallSettingsRecord::save(const QString &path) const
     writer.writeEndElement();
     writer.writeEndDocument();
 
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        file.write(toAscii(document));
-    else
+    // Replaced whole, never written through a link planted in its place.
+    if (!FileUtils::writeFile(path, toAscii(document)))
         qCWarning(lcRecord) << "Cannot write the installation record" << path;
     recordSettingKeys(m_list);
     return true;

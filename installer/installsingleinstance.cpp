@@ -6,6 +6,11 @@
 #include <QLocalSocket>
 #include <QLoggingCategory>
 
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcInstance, "setup.installer")
@@ -17,10 +22,16 @@ InstallSingleInstance::InstallSingleInstance(const QString &identifier, QObject 
     // name, the user id keeps users apart.
     const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
     m_serverName = QStringLiteral("setup-%1-%2").arg(QString::fromLatin1(hash.left(16))).arg(::getuid());
-    m_lock = std::make_unique<QLockFile>(
-        QDir::tempPath() + QLatin1Char('/') + m_serverName + QStringLiteral(".lock"));
-    // A lock left by a process that has ended is taken over.
-    if (!m_lock->tryLock(0)) {
+    const QString lockPath = QDir::tempPath() + QLatin1Char('/') + m_serverName + QStringLiteral(".lock");
+    m_lockFd
+        = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m_lockFd < 0) {
+        // Somebody else's file (or link) in the shared folder must not stop
+        // the installer; it runs without the guard.
+        qCWarning(lcInstance) << "cannot open the lock file" << lockPath;
+    } else if (::flock(m_lockFd, LOCK_EX | LOCK_NB) != 0) {
+        ::close(m_lockFd);
+        m_lockFd = -1;
         m_running = true;
         return;
     }
@@ -33,7 +44,12 @@ InstallSingleInstance::InstallSingleInstance(const QString &identifier, QObject 
         qCWarning(lcInstance) << "cannot listen on" << m_serverName << m_server.errorString();
 }
 
-InstallSingleInstance::~InstallSingleInstance() = default;
+InstallSingleInstance::~InstallSingleInstance()
+{
+    // The file stays: removing it could part a later holder from a waiting one.
+    if (m_lockFd >= 0)
+        ::close(m_lockFd);
+}
 
 bool InstallSingleInstance::sendMessage(const QString &message, int timeout)
 {

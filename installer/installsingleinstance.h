@@ -1,15 +1,15 @@
 #pragma once
 
 #include <QLocalServer>
-#include <QLockFile>
 #include <QObject>
 #include <QString>
 
-#include <memory>
-
 // One running installer per product, version and user. The first process to
-// take the per-user lock file listens on a local socket; a later one finds the
-// lock taken and can send the first a message instead of running itself.
+// take the per-user lock listens on a local socket; a later one finds the lock
+// taken and can send the first a message instead of running itself. The lock
+// is the kernel's lock on an open file: it lasts exactly as long as its holder,
+// so it never expires under a long run and a killed installer, whenever it
+// died, never blocks the next start.
 // Lives on the user-interface thread for the whole run.
 class InstallSingleInstance : public QObject
 {
@@ -35,7 +35,7 @@ private:
     void onNewConnection();
 
     QString m_serverName;
-    std::unique_ptr<QLockFile> m_lock;
+    int m_lockFd = -1;
     QLocalServer m_server;
     bool m_running = false;
 };

@@ -5,7 +5,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
+#include <cerrno>
 #include <sys/stat.h>
 
 namespace {
@@ -29,6 +31,31 @@ void collect(const QString &directory, const QString &prefix, QStringList &names
     }
 }
 
+// True unless the destination folder or a folder between it and the file at
+// destination/name is a symbolic link: a link planted
+// among them would carry the copy out of the destination. A name that climbs
+// out with ".." or starts at the root is refused the same way.
+bool staysInside(const QString &destination, const QString &name)
+{
+    const QStringList parts = name.split(QLatin1Char('/'));
+    if (name.startsWith(QLatin1Char('/')) || parts.contains(QStringLiteral("..")))
+        return false;
+    QString folder = destination;
+    for (int i = -1; i + 1 < parts.size(); ++i) {
+        if (i >= 0)
+            folder += QLatin1Char('/') + parts.at(i);
+        struct stat status;
+        if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
+            return errno == ENOENT; // the rest is made fresh below a real folder
+        if (S_ISLNK(status.st_mode))
+            return false;
+        // Anything else in the way makes the folder fail to be made.
+        if (!S_ISDIR(status.st_mode))
+            return true;
+    }
+    return true;
+}
+
 } // namespace
 
 FileStoreInstallMedia::FileStoreInstallMedia(const QString &root, QObject *parent)
@@ -40,7 +67,12 @@ QStringList FileStoreInstallMedia::list(const QString &folder, quint64 &totalSiz
 {
     QStringList names;
     totalSize = 0;
-    collect(m_root + QLatin1Char('/') + folder, QString(), names, totalSize);
+    // A medium without one of its folders is damaged: installing nothing
+    // from it would report a success that is not one.
+    const QString path = m_root + QLatin1Char('/') + folder;
+    if (!QFileInfo(path).isDir())
+        throw InstallException(QStringLiteral("Cannot find folder ") + path);
+    collect(path, QString(), names, totalSize);
     return names;
 }
 
@@ -60,14 +92,18 @@ void FileStoreInstallMedia::copyFiles(
         const QString target = destinationFolder + QLatin1Char('/') + name;
         emit extractingFile(name);
 
+        // Nothing is asked about, or written to, a place outside the destination.
         struct stat status;
-        if (::stat(QFile::encodeName(source).constData(), &status) != 0)
+        if (!staysInside(destinationFolder, name)
+            || ::stat(QFile::encodeName(source).constData(), &status) != 0)
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
         if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
         makeTargetFolder(target);
-        if (!FileUtils::copyFile(source, target))
+        // The target is a file path: a directory standing there is not
+        // copied into, as the copy routine would do.
+        if (QFileInfo(target).isDir() || !FileUtils::copyFile(source, target))
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
         emit extractedFile(quint64(status.st_size));

@@ -7,6 +7,7 @@
 #include "plan/desktopcacheupdate.h"
 #include "plan/planlogging.h"
 
+#include <QBuffer>
 #include <QFile>
 #include <QImage>
 
@@ -49,10 +50,6 @@ QString InstallFreeDesktopMimeTypeConfigurationItem::iconPath(int size) const
 void InstallFreeDesktopMimeTypeConfigurationItem::installAction()
 {
     FileUtils::makePath(m_dataFolder + QStringLiteral("/mime/packages"));
-    QFile file(packagePath());
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        throw InstallException(QStringLiteral("Cannot write Mime type file"));
-
     // The values are our own constants; they are written as they are.
     QString package
         = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -64,8 +61,9 @@ void InstallFreeDesktopMimeTypeConfigurationItem::installAction()
     package += QStringLiteral("    <glob pattern=\"*") + m_extension + QStringLiteral("\"/>\n");
     package += QStringLiteral("  </mime-type>\n"
                               "</mime-info>\n");
-    file.write(package.toUtf8());
-    file.close();
+    // The file is replaced whole: a link planted in its place is not followed.
+    if (!FileUtils::writeFile(packagePath(), package.toUtf8()))
+        throw InstallException(QStringLiteral("Cannot write Mime type file"));
 
     writeIcons();
 
@@ -87,7 +85,10 @@ void InstallFreeDesktopMimeTypeConfigurationItem::writeIcons() const
         const QString path = iconPath(size);
         FileUtils::makePath(path.section(QLatin1Char('/'), 0, -2));
         const QImage scaled = image.scaled(size, size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        if (!scaled.save(path, "PNG", 100))
+        QByteArray png;
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        if (!scaled.save(&buffer, "PNG", 100) || !FileUtils::writeFile(path, png))
             qCWarning(lcPlan) << "Cannot write icon" << path;
     }
 }

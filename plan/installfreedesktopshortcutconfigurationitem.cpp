@@ -55,10 +55,6 @@ void InstallFreeDesktopShortcutConfigurationItem::installAction()
     if (!FileUtils::makePath(applicationsFolder()))
         return;
 
-    QFile file(m_shortcutPath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        throw InstallException(QStringLiteral("Cannot write .desktop file"));
-
     const QString name = expandMacros(m_name);
     const QString exec = escapeSpaces(expandMacros(m_exec));
     QString entry = QStringLiteral("[Desktop Entry]\n"
@@ -79,8 +75,9 @@ void InstallFreeDesktopShortcutConfigurationItem::installAction()
         entry += QStringLiteral("Categories=") + m_categories + QLatin1Char('\n');
     if (!m_mimeTypes.isEmpty())
         entry += QStringLiteral("MimeType=") + m_mimeTypes + QLatin1Char('\n');
-    file.write(entry.toUtf8());
-    file.close();
+    // The file is replaced whole: a link planted in its place is not followed.
+    if (!FileUtils::writeFile(m_shortcutPath, entry.toUtf8()))
+        throw InstallException(QStringLiteral("Cannot write .desktop file"));
 
     updateDesktopDatabase();
 }

@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,12 +32,19 @@ bool isWritable(const QByteArray &path)
     return (status.st_mode & 0222) && ::access(path.constData(), W_OK) == 0;
 }
 
+// Only a regular file is made writable, through a descriptor opened without
+// following links: a link planted in place of a product file must not lend
+// its target the write bit.
 bool makeWritable(const QByteArray &path)
 {
-    struct stat status;
-    if (::stat(path.constData(), &status) != 0)
+    const int fd = ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
         return false;
-    return ::chmod(path.constData(), (status.st_mode & 07777) | S_IWUSR) == 0 && isWritable(path);
+    struct stat status;
+    const bool changed = ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)
+        && ::fchmod(fd, (status.st_mode & 07777) | S_IWUSR) == 0;
+    ::close(fd);
+    return changed && isWritable(path);
 }
 
 } // namespace

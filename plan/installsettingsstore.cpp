@@ -2,14 +2,37 @@
 
 #include "core/macrotable.h"
 
+#include <QFile>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The store's folder belongs to the invoking user, who could put a link in
+// place of the file; the settings library would then read and rewrite the
+// link's target as root. The file is the installer's own, so such a link goes
+// and the store starts a fresh file in its place.
+QString withoutPlantedLink(const QString &path)
+{
+    const QByteArray encoded = QFile::encodeName(path);
+    struct stat status;
+    if (::lstat(encoded.constData(), &status) == 0 && S_ISLNK(status.st_mode))
+        ::unlink(encoded.constData());
+    return path;
+}
+
+} // namespace
+
 InstallSettingsStore::InstallSettingsStore(const QString &key)
-    : m_settings(std::make_unique<QSettings>(filePath(), QSettings::IniFormat))
+    : m_settings(std::make_unique<QSettings>(withoutPlantedLink(filePath()), QSettings::IniFormat))
 {
     m_settings->beginGroup(key);
 }
 
 InstallSettingsStore::~InstallSettingsStore()
 {
+    withoutPlantedLink(m_settings->fileName());
     m_settings->sync();
 }
 
@@ -35,6 +58,7 @@ void InstallSettingsStore::remove(const QString &name)
 
 bool InstallSettingsStore::sync()
 {
+    withoutPlantedLink(m_settings->fileName());
     m_settings->sync();
     return m_settings->status() == QSettings::NoError;
 }

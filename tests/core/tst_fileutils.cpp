@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -55,6 +56,8 @@ private slots:
     void makePath();
     void makePathBlockedByFile();
     void removeFile();
+    void replacesWithoutWritingThrough_data();
+    void replacesWithoutWritingThrough();
 };
 
 void tst_FileUtils::copyFile_data()
@@ -190,6 +193,80 @@ void tst_FileUtils::removeFile()
     QVERIFY(!QFile::exists(temporary.filePath("file")));
     QVERIFY(!FileUtils::removeFile(temporary.filePath("file")));
     QVERIFY(!FileUtils::removeFile(temporary.path()));
+}
+
+void tst_FileUtils::replacesWithoutWritingThrough_data()
+{
+    QTest::addColumn<QString>("standing"); // what stands at the target before
+    QTest::addColumn<bool>("copy"); // copyFile, else writeFile
+
+    for (const bool copy : { true, false }) {
+        const char *routine = copy ? "copy" : "write";
+        QTest::addRow("%s: nothing", routine) << "nothing" << copy;
+        QTest::addRow("%s: link to a file elsewhere", routine) << "file link" << copy;
+        QTest::addRow("%s: dangling link", routine) << "dangling link" << copy;
+        QTest::addRow("%s: hard link to a file elsewhere", routine) << "hard link" << copy;
+        QTest::addRow("%s: read-only file", routine) << "read-only" << copy;
+    }
+    QTest::addRow("copy: link to a folder elsewhere") << "folder link" << true;
+}
+
+void tst_FileUtils::replacesWithoutWritingThrough()
+{
+    QFETCH(QString, standing);
+    QFETCH(bool, copy);
+
+    QTemporaryDir temporary;
+    QVERIFY(temporary.isValid());
+    QVERIFY(QDir(temporary.path()).mkpath(QStringLiteral("elsewhere/folder")));
+    QVERIFY(QDir(temporary.path()).mkpath(QStringLiteral("target")));
+    const QString elsewhere = temporary.filePath(QStringLiteral("elsewhere/file"));
+    QVERIFY(writeFile(elsewhere, "not ours\n", 0600));
+    const QString source = temporary.filePath(QStringLiteral("source"));
+    QVERIFY(writeFile(source, "new content\n", 0644));
+    const QString target = temporary.filePath(QStringLiteral("target/file"));
+    const QByteArray targetPath = QFile::encodeName(target);
+    if (standing == "file link")
+        QVERIFY(::symlink(QFile::encodeName(elsewhere).constData(), targetPath.constData()) == 0);
+    else if (standing == "dangling link")
+        QVERIFY(::symlink(QFile::encodeName(temporary.filePath("elsewhere/new")).constData(),
+                    targetPath.constData())
+            == 0);
+    else if (standing == "hard link")
+        QVERIFY(::link(QFile::encodeName(elsewhere).constData(), targetPath.constData()) == 0);
+    else if (standing == "folder link")
+        QVERIFY(::symlink(QFile::encodeName(temporary.filePath("elsewhere/folder")).constData(),
+                    targetPath.constData())
+            == 0);
+    else if (standing == "read-only")
+        QVERIFY(writeFile(target, "old", 0444));
+
+    const bool done
+        = copy ? FileUtils::copyFile(source, target) : FileUtils::writeFile(target, "new content\n");
+    QVERIFY(done);
+
+    // Nothing elsewhere changed or appeared.
+    QFile other(elsewhere);
+    QVERIFY(other.open(QIODevice::ReadOnly));
+    QCOMPARE(other.readAll(), QByteArray("not ours\n"));
+    QCOMPARE(int(statusOf(elsewhere).st_mode & 07777), 0600);
+    QCOMPARE(QDir(temporary.filePath("elsewhere"))
+                 .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+        QStringList({ QStringLiteral("file"), QStringLiteral("folder") }));
+    QVERIFY(QDir(temporary.filePath("elsewhere/folder"))
+                .isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
+    // The target is a file of its own with the new content, and no
+    // temporary file is left beside it.
+    struct stat status;
+    QVERIFY(::lstat(targetPath.constData(), &status) == 0);
+    QVERIFY(S_ISREG(status.st_mode));
+    QCOMPARE(int(status.st_nlink), 1);
+    QFile written(target);
+    QVERIFY(written.open(QIODevice::ReadOnly));
+    QCOMPARE(written.readAll(), QByteArray("new content\n"));
+    QCOMPARE(
+        QDir(temporary.filePath("target")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+        QStringList { QStringLiteral("file") });
 }
 
 QTEST_GUILESS_MAIN(tst_FileUtils)

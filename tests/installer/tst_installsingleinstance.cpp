@@ -1,9 +1,12 @@
 #include "installer/installsingleinstance.h"
 #include "installer/processentry.h"
 
+#include <QCryptographicHash>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <unistd.h>
 
 class tst_InstallSingleInstance : public QObject
 {
@@ -16,6 +19,9 @@ private slots:
     void secondInstanceSendsMessage();
     void otherIdentifierRunsOnItsOwn();
     void lockReleasedWithTheGuard();
+    void lockNeverExpiresWhileHeld();
+    void fileLeftByAKilledInstallerDoesNotBlock_data();
+    void fileLeftByAKilledInstallerDoesNotBlock();
 
 private:
     QTemporaryDir m_temporary;
@@ -70,6 +76,49 @@ void tst_InstallSingleInstance::lockReleasedWithTheGuard()
         QVERIFY(!first.isRunning());
     }
     InstallSingleInstance next(QStringLiteral("tst again"));
+    QVERIFY(!next.isRunning());
+}
+
+void tst_InstallSingleInstance::lockNeverExpiresWhileHeld()
+{
+    // An installer waiting at a page for an hour still holds its identifier.
+    InstallSingleInstance first(QStringLiteral("tst long run"));
+    QVERIFY(!first.isRunning());
+    const QStringList locks = QDir(m_temporary.path()).entryList({ QStringLiteral("*.lock") }, QDir::Files);
+    QVERIFY(!locks.isEmpty());
+    for (const QString &name : locks) {
+        QFile lock(m_temporary.filePath(name));
+        QVERIFY(lock.open(QIODevice::ReadWrite));
+        QVERIFY(lock.setFileTime(
+            QDateTime::currentDateTimeUtc().addSecs(-3600), QFileDevice::FileModificationTime));
+    }
+    InstallSingleInstance second(QStringLiteral("tst long run"));
+    QVERIFY(second.isRunning());
+}
+
+void tst_InstallSingleInstance::fileLeftByAKilledInstallerDoesNotBlock_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    // Killed right after creating the file, or after writing it.
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("partial") << QByteArray("12");
+    QTest::newRow("this process") << QByteArray::number(QCoreApplication::applicationPid())
+            + "\nSetup\nhost\n";
+}
+
+void tst_InstallSingleInstance::fileLeftByAKilledInstallerDoesNotBlock()
+{
+    QFETCH(QByteArray, content);
+    const QString identifier = QStringLiteral("tst killed ") + QString::fromLatin1(QTest::currentDataTag());
+    // The file a killed installer left, just made: nobody holds it, whatever
+    // stands in it.
+    const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
+    QFile lock(m_temporary.filePath(
+        QStringLiteral("setup-%1-%2.lock").arg(QString::fromLatin1(hash.left(16))).arg(::getuid())));
+    QVERIFY(lock.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QCOMPARE(lock.write(content), content.size());
+    lock.close();
+    InstallSingleInstance next(identifier);
     QVERIFY(!next.isRunning());
 }
 

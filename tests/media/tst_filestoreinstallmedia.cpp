@@ -78,6 +78,7 @@ private slots:
     void init();
     void list_data();
     void list();
+    void listMissingFolderFails();
     void totalSize();
     void copyKeepsBytesModesTimes();
     void progressReachesTotal();
@@ -117,7 +118,6 @@ void tst_FileStoreInstallMedia::list_data()
     QTest::newRow("sibling with the same prefix is separate")
         << "binaries" << QStringList { "b" } << quint64(5);
     QTest::newRow("sub-folder") << "bin/lib" << QStringList { "a.so" } << quint64(3);
-    QTest::newRow("missing folder") << "nothing" << QStringList() << quint64(0);
 }
 
 void tst_FileStoreInstallMedia::list()
@@ -130,6 +130,21 @@ void tst_FileStoreInstallMedia::list()
     quint64 total = 12345;
     QCOMPARE(media.list(folder, total), names);
     QCOMPARE(total, size);
+}
+
+void tst_FileStoreInstallMedia::listMissingFolderFails()
+{
+    // A damaged medium says so instead of installing nothing.
+    FileStoreInstallMedia media(m_root);
+    quint64 total = 0;
+    for (const QString &folder : { QStringLiteral("nothing"), QStringLiteral("bin/lib/a.so") }) {
+        try {
+            media.list(folder, total);
+            QFAIL("no exception");
+        } catch (const InstallException &e) {
+            QCOMPARE(e.message(), QStringLiteral("Cannot find folder ") + m_root + QLatin1Char('/') + folder);
+        }
+    }
 }
 
 void tst_FileStoreInstallMedia::totalSize()

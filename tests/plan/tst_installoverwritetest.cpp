@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utime.h>
 
 namespace {
@@ -77,6 +78,7 @@ private slots:
     void readOnly();
     void cannotMakeWritable_data();
     void cannotMakeWritable();
+    void plantedLinkIsNotMadeWritable();
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -341,6 +343,25 @@ void tst_InstallOverwriteTest::cannotMakeWritable()
         QCOMPARE(asked.defaultButton, int(InstallQuestion::Yes));
     }
     QCOMPARE(modeOf(path), mode_t(0444));
+}
+
+void tst_InstallOverwriteTest::plantedLinkIsNotMadeWritable()
+{
+    // A link in place of a product file, to a protected file elsewhere: the
+    // write bit must not reach through it.
+    const QString outside = m_dir->filePath(QStringLiteral("outside"));
+    QVERIFY(writeFile(outside, sourceSize, sourceTime - 100, 0444));
+    const QString path = m_dir->filePath(QStringLiteral("planted"));
+    QVERIFY(::symlink(QFile::encodeName(outside).constData(), QFile::encodeName(path).constData()) == 0);
+    setMemories(InstallOverwriteTest::YesToAll, InstallOverwriteTest::YesToAll, m_dir->path());
+
+    ScriptedQuestion question;
+    question.answers = { InstallQuestion::Yes };
+    InstallOverwriteTest test(&question);
+    QVERIFY(!test.shouldOverwrite(sourceTime, sourceSize, path));
+    QCOMPARE(question.headings(),
+        QStringList { QStringLiteral("Cannot make ") + path + QStringLiteral(" writable") });
+    QCOMPARE(modeOf(outside), mode_t(0444));
 }
 
 QTEST_GUILESS_MAIN(tst_InstallOverwriteTest)
