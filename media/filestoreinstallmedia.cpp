@@ -31,31 +31,6 @@ void collect(const QString &directory, const QString &prefix, QStringList &names
     }
 }
 
-// True unless the destination folder or a folder between it and the file at
-// destination/name is a symbolic link: a link planted
-// among them would carry the copy out of the destination. A name that climbs
-// out with ".." or starts at the root is refused the same way.
-bool staysInside(const QString &destination, const QString &name)
-{
-    const QStringList parts = name.split(QLatin1Char('/'));
-    if (name.startsWith(QLatin1Char('/')) || parts.contains(QStringLiteral("..")))
-        return false;
-    QString folder = destination;
-    for (int i = -1; i + 1 < parts.size(); ++i) {
-        if (i >= 0)
-            folder += QLatin1Char('/') + parts.at(i);
-        struct stat status;
-        if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
-            return errno == ENOENT; // the rest is made fresh below a real folder
-        if (S_ISLNK(status.st_mode))
-            return false;
-        // Anything else in the way makes the folder fail to be made.
-        if (!S_ISDIR(status.st_mode))
-            return true;
-    }
-    return true;
-}
-
 } // namespace
 
 FileStoreInstallMedia::FileStoreInstallMedia(const QString &root, QObject *parent)

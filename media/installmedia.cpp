@@ -6,6 +6,9 @@
 
 #include <QFileInfo>
 
+#include <cerrno>
+#include <sys/stat.h>
+
 InstallMedia::InstallMedia(QObject *parent)
     : QObject(parent)
 { }
@@ -22,4 +25,25 @@ void InstallMedia::makeTargetFolder(const QString &target)
     const QString folder = QFileInfo(target).absolutePath();
     if (!FileUtils::makePath(folder))
         throw InstallException(QStringLiteral("Cannot create folder ") + folder);
+}
+
+bool InstallMedia::staysInside(const QString &destination, const QString &name)
+{
+    const QStringList parts = name.split(QLatin1Char('/'));
+    if (name.startsWith(QLatin1Char('/')) || parts.contains(QStringLiteral("..")))
+        return false;
+    QString folder = destination;
+    for (int i = -1; i + 1 < parts.size(); ++i) {
+        if (i >= 0)
+            folder += QLatin1Char('/') + parts.at(i);
+        struct stat status;
+        if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
+            return errno == ENOENT; // the rest is made fresh below a real folder
+        if (S_ISLNK(status.st_mode))
+            return false;
+        // Anything else in the way makes the folder fail to be made.
+        if (!S_ISDIR(status.st_mode))
+            return true;
+    }
+    return true;
 }

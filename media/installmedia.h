@@ -47,6 +47,11 @@ protected:
     // Makes the folder that will hold target; throws InstallException with
     // "Cannot create folder " + its absolute path.
     static void makeTargetFolder(const QString &target);
+    // True unless the destination folder or a folder between it and the file
+    // at destination/name is a symbolic link: a link planted among them would
+    // carry the copy out of the destination. A name that climbs out with ".."
+    // or starts at the root is refused the same way.
+    static bool staysInside(const QString &destination, const QString &name);
 
 private:
     InstallOverwriteDecision *m_decision = nullptr;

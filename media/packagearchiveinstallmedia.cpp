@@ -4,6 +4,8 @@
 #include "core/installexception.h"
 #include "media/packagearchiveextraction.h"
 
+#include <algorithm>
+
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
     : InstallMedia(parent)
@@ -46,16 +48,22 @@ void PackageArchiveInstallMedia::copyFiles(
             emit extractedFile(extraction.takeNext().size());
     };
     QString madeFolder;
+    QString checkedFolder = QStringLiteral("/"); // no relative folder looks like this
     try {
         for (const QString &name : files) {
             const QString source = sourceFolder + QLatin1Char('/') + name;
             const QString target = destinationFolder + QLatin1Char('/') + name;
             emit extractingFile(name);
 
+            // Nothing is asked about, or written to, a place outside the
+            // destination; a folder once found inside needs no second look.
+            const QString folder = name.left(std::max<qsizetype>(name.lastIndexOf(QLatin1Char('/')), 0));
+            const bool inside = folder == checkedFolder || staysInside(destinationFolder, name);
             const PackageArchiveFile member = m_archive.find(source);
-            if (member.isNull())
+            if (!inside || member.isNull())
                 throw InstallException(
                     QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+            checkedFolder = folder;
             const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
             if (!shouldCopy(modified, member.size(), target))
                 continue;

@@ -387,11 +387,6 @@ class HostileMedium(FaultCase):
         self.assertEqual(code, 1, err)
         self.assertVictimUntouched()
 
-    # Known fault of the archive medium: it checks the folders inside a
-    # member's name, not the destination folder itself, and extracts the
-    # whole "lib" folder through the link. The folder medium refuses it
-    # (PlantedLinks). Remove the marker once the archive refuses it too.
-    @unittest.expectedFailure
     def test_link_in_place_of_a_destination_folder_is_not_followed_by_an_archive(self):
         archive = os.path.join(self.tmp, "hostile.pa")
         hostile_archive(archive, ["lib/victim"])

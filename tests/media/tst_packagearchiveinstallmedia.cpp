@@ -86,6 +86,7 @@ private slots:
     void declinedFileIsAnnouncedButNotWritten();
     void missingMemberFails();
     void unsafeNameIsRefused();
+    void linkedDestinationFolderIsRefused();
     void notAnArchive();
 };
 
@@ -203,9 +204,25 @@ void tst_PackageArchiveInstallMedia::unsafeNameIsRefused()
     PackageArchiveInstallMedia media(dir.path() + "/evil.pa", 0);
     quint64 total = 0;
     const QStringList names = media.list("bin", total);
-    QVERIFY_THROWS_EXCEPTION(HException, media.copyFiles("bin", names, dir.path() + "/dest/inner"));
+    // Refused before the overwrite decision is asked or a byte is written.
+    RecordingDecision decision;
+    media.setOverwriteDecision(&decision);
+    QVERIFY_THROWS_EXCEPTION(InstallException, media.copyFiles("bin", names, dir.path() + "/dest/inner"));
+    QVERIFY(decision.askedSizes.isEmpty());
     QVERIFY(!QFile::exists(dir.path() + "/dest/escaped"));
     QVERIFY(!QFile::exists(dir.path() + "/escaped"));
+}
+
+void tst_PackageArchiveInstallMedia::linkedDestinationFolderIsRefused()
+{
+    QTemporaryDir dir;
+    PackageArchiveInstallMedia media(writeDataFile(dir.path(), 0, 0), 0);
+    QDir().mkpath(dir.path() + "/outside");
+    QDir().mkpath(dir.path() + "/dest");
+    QVERIFY(QFile::link(dir.path() + "/outside", dir.path() + "/dest/bin"));
+    QVERIFY_THROWS_EXCEPTION(
+        InstallException, media.copyFiles("bin", QStringList { "Quilmor" }, dir.path() + "/dest/bin"));
+    QVERIFY(QDir(dir.path() + "/outside").isEmpty());
 }
 
 void tst_PackageArchiveInstallMedia::notAnArchive()
