@@ -1,5 +1,7 @@
 #include "core/fileutils.h"
 
+#include "core/descriptor.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFileInfo>
@@ -19,33 +21,6 @@ bool isDirectory(const QByteArray &path)
     struct stat status;
     return ::stat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode);
 }
-
-// Closes a descriptor when it goes out of scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    { }
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return m_fd; }
-    bool close()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
-
-private:
-    int m_fd;
-};
 
 bool writeAll(int fd, const char *data, ssize_t size)
 {

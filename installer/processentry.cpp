@@ -1,5 +1,6 @@
 #include "installer/processentry.h"
 
+#include "core/descriptor.h"
 #include "core/entrycommandline.h"
 #include "core/hexception.h"
 #include "core/installcommandline.h"
@@ -35,26 +36,6 @@ void printError(const QString &message)
     std::fprintf(stderr, "error: %s\n", message.toLocal8Bit().constData());
     std::fflush(stderr);
 }
-
-// Closes a descriptor when it goes out of scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    { }
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 void discardMessage(QtMsgType, const QMessageLogContext &, const QString &)
 { }

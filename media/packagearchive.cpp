@@ -34,6 +34,7 @@
  */
 #include "media/packagearchive.h"
 
+#include "core/descriptor.h"
 #include "core/hexception.h"
 #include "media/packagearchivecompressedbzinputfile.h"
 #include "media/packagearchivecompressedbzoutputfile.h"
@@ -82,27 +83,6 @@ struct FileCloser
     void operator()(FILE *file) const { std::fclose(file); }
 };
 using FilePointer = std::unique_ptr<FILE, FileCloser>;
-
-// Closes a descriptor when it goes out of scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd)
-    { }
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 // Wildcard match: "*" any run (also across "/"), "?" one character,
 // "[set]" / "[!set]" with ranges "a-z". An unclosed "[" is a literal.
