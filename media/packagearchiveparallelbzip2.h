@@ -1,5 +1,7 @@
 #pragma once
 
+#include "media/packagearchivebitwriter.h"
+
 #include <QByteArray>
 
 #include <condition_variable>
@@ -11,13 +13,13 @@
 #include <vector>
 
 // Writes one ordinary bzip2 stream, compressed on several threads: the input
-// is cut into segments small enough to make exactly one block each (the
-// first run-length stage can grow input by a quarter), each is compressed by
-// libbz2 as a stream of its own, and its block's bits are joined behind one
-// header, followed by the end mark and the CRC combined from the blocks'. Any
-// bzip2 reader decodes the result. Used from one thread; failures throw
-// HException: "error writing to compressed stream" while writing, "error
-// compressing stream" when finishing, as libbz2's own writer reports them.
+// is cut into segments of a block's size, each thread encodes a segment's
+// blocks (usually one; two when the run-length stage grows it), and the
+// blocks' bits are joined behind one header, followed by the end mark and
+// the CRC combined from the blocks'. Any bzip2 reader decodes the result.
+// Used from one thread; failures throw HException: "error writing to
+// compressed stream" while writing, "error compressing stream" when
+// finishing, as libbz2's own writer reports them.
 class PackageArchiveParallelBzip2
 {
 public:
@@ -37,10 +39,6 @@ private:
     void submit();
     void writeOldest(const QString &failure);
     void work();
-    void compress(Segment &segment);
-    // Appends count bits from data (whole bytes first, most significant bit first).
-    void putBits(const uchar *data, quint64 count);
-    void putValue(quint64 value, int count);
     // Writes the whole bytes gathered so far.
     void flushBytes(const QString &failure);
 
@@ -50,10 +48,8 @@ private:
     int m_segmentSize;
     QByteArray m_pending;
     quint32 m_combinedCrc = 0;
-    // Finished bytes not yet written, and the bits of the byte being filled.
-    QByteArray m_out;
-    uchar m_partial = 0;
-    int m_partialBits = 0;
+    // The stream's bits not yet written.
+    PackageArchiveBitWriter m_out;
     std::mutex m_mutex;
     std::condition_variable m_workWake;
     std::condition_variable m_doneWake;

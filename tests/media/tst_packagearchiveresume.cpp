@@ -30,6 +30,38 @@ QByteArray sample(qsizetype size, quint32 seed)
     return bytes;
 }
 
+// Data that takes the bzip2 encoder's unusual paths.
+QByteArray shaped(const QString &shape, qsizetype size)
+{
+    QRandomGenerator random(7);
+    QByteArray bytes;
+    bytes.reserve(size + 4096);
+    if (shape == QLatin1String("sample"))
+        return sample(size, 3);
+    if (shape == QLatin1String("zeros"))
+        return QByteArray(size, '\0');
+    if (shape == QLatin1String("random")) {
+        while (bytes.size() < size)
+            bytes.append(char(random.bounded(256)));
+    } else if (shape == QLatin1String("runs")) {
+        // Runs of 1 to 300 bytes: around 4, 255 and 256 in particular.
+        for (int length = 1; bytes.size() < size; length = length % 300 + 1)
+            bytes.append(QByteArray(length, char(length)));
+    } else if (shape == QLatin1String("repeats")) {
+        // A 4 KiB stretch over and over, a different byte between copies.
+        QByteArray stretch;
+        while (stretch.size() < 4096)
+            stretch.append(char(random.bounded(256)));
+        for (int copy = 0; bytes.size() < size; ++copy)
+            bytes.append(stretch).append(char(copy));
+    } else {
+        while (bytes.size() < size)
+            bytes.append(shape.toLatin1());
+    }
+    bytes.truncate(size);
+    return bytes;
+}
+
 FILE *openFile(const QString &path, const char *mode)
 {
     FILE *file = std::fopen(QFile::encodeName(path).constData(), mode);
@@ -232,20 +264,33 @@ void tst_PackageArchiveResume::parallelBzip2_data()
 {
     QTest::addColumn<quint32>("level");
     QTest::addColumn<qsizetype>("size");
-    QTest::addColumn<QByteArray>("fill");
-    QTest::newRow("one block") << 9u << qsizetype(50000) << QByteArray();
-    QTest::newRow("many blocks") << 1u << qsizetype(3 << 20) << QByteArray();
-    // Long runs expand a block well beyond its coded size.
-    QTest::newRow("runs") << 1u << qsizetype(4 << 20) << QByteArray("\0", 1);
-    QTest::newRow("empty") << 9u << qsizetype(0) << QByteArray();
+    QTest::addColumn<QString>("shape");
+    QTest::newRow("one block") << 9u << qsizetype(50000) << "sample";
+    QTest::newRow("many blocks") << 1u << qsizetype(3 << 20) << "sample";
+    QTest::newRow("empty") << 9u << qsizetype(0) << "sample";
+    // Long runs shrink to a fiftieth in the run-length stage: one block
+    // holds many segments' worth.
+    QTest::newRow("zeros") << 1u << qsizetype(4 << 20) << "zeros";
+    // Runs of four grow by a quarter: a segment no longer fits one block.
+    QTest::newRow("runs of four") << 1u << qsizetype(1 << 20) << "aaaab";
+    QTest::newRow("runs of every length") << 1u << qsizetype(1 << 20) << "runs";
+    // Rotations equal all the way round, or to thousands of bytes: sorting
+    // them must end, and ties must not matter.
+    QTest::newRow("one byte") << 9u << qsizetype(1) << "zeros";
+    QTest::newRow("three equal bytes") << 9u << qsizetype(3) << "zeros";
+    QTest::newRow("a run of exactly four") << 9u << qsizetype(4) << "zeros";
+    QTest::newRow("period of two") << 9u << qsizetype(1000000) << "ab";
+    QTest::newRow("period of seven") << 1u << qsizetype(300000) << "abcdefg";
+    QTest::newRow("long repeats") << 2u << qsizetype(1 << 20) << "repeats";
+    QTest::newRow("random, every byte value") << 9u << qsizetype(2 << 20) << "random";
 }
 
 void tst_PackageArchiveResume::parallelBzip2()
 {
     QFETCH(quint32, level);
     QFETCH(qsizetype, size);
-    QFETCH(QByteArray, fill);
-    const QByteArray bytes = fill.isEmpty() ? sample(size, 3) : QByteArray(size, fill.at(0));
+    QFETCH(QString, shape);
+    const QByteArray bytes = shaped(shape, size);
     const QString path = m_dir.filePath(QStringLiteral("parallel"));
     writeCompressed(Bzip2, path, bytes, level);
 
