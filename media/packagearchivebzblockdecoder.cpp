@@ -13,9 +13,12 @@ const quint64 Mask48 = (quint64(1) << 48) - 1;
 const quint64 MarkBits = 48 + 32;
 const size_t ReadSize = size_t(1) << 20;
 // No block of a valid stream comes near this many compressed bytes (its
-// uncompressed limit is 900 000), nor decodes to more than this.
+// uncompressed limit is 900 000).
 const size_t MaxBlockInput = size_t(2) << 20;
-const unsigned MaxBlockOutput = 64u << 20;
+// A block of long runs decodes to up to 45 MB: the workers give up on those
+// beyond this size and the reader decodes them in pieces of this size, which
+// keeps memory bounded whatever the data.
+const unsigned PieceSize = 4u << 20;
 
 // For each byte value, the shifts s (bits 0-7 for a block, 8-15 for the end)
 // at which a magic number starting s bits into the byte before has it as its
@@ -109,35 +112,61 @@ QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint6
     return out;
 }
 
-bool decodeBlock(const QByteArray &input, QByteArray &output)
+// A one-block stream being decoded by libbz2.
+class OneBlockDecoding
 {
-    bz_stream stream {};
-    if (BZ2_bzDecompressInit(&stream, 0, 0) != BZ_OK)
-        return false;
-    output.resize(1 << 20);
-    stream.next_in = const_cast<char *>(input.constData());
-    stream.avail_in = unsigned(input.size());
-    unsigned done = 0;
-    int result = BZ_OK;
-    for (;;) {
-        stream.next_out = output.data() + done;
-        stream.avail_out = unsigned(output.size()) - done;
-        result = BZ2_bzDecompress(&stream);
-        done = unsigned(output.size()) - stream.avail_out;
-        if (result != BZ_OK)
-            break;
-        if (stream.avail_out > 0 || unsigned(output.size()) >= MaxBlockOutput) {
-            result = BZ_DATA_ERROR;
-            break;
-        }
-        output.resize(output.size() * 2);
+public:
+    explicit OneBlockDecoding(QByteArray input)
+        : m_input(std::move(input))
+    {
+        m_ready = BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK;
+        m_stream.next_in = m_input.data();
+        m_stream.avail_in = unsigned(m_input.size());
     }
-    BZ2_bzDecompressEnd(&stream);
-    output.resize(int(done));
-    return result == BZ_STREAM_END && stream.avail_in == 0;
-}
+    ~OneBlockDecoding()
+    {
+        if (m_ready)
+            BZ2_bzDecompressEnd(&m_stream);
+    }
+    OneBlockDecoding(const OneBlockDecoding &) = delete;
+    OneBlockDecoding &operator=(const OneBlockDecoding &) = delete;
+
+    enum Step { More, Finished, Failed };
+    // Decodes up to size more bytes into output.
+    Step decode(QByteArray &output, unsigned size)
+    {
+        if (!m_ready)
+            return Failed;
+        const int done = output.size();
+        output.resize(done + int(size));
+        m_stream.next_out = output.data() + done;
+        m_stream.avail_out = size;
+        const int result = BZ2_bzDecompress(&m_stream);
+        output.resize(output.size() - int(m_stream.avail_out));
+        if (result == BZ_STREAM_END)
+            return m_stream.avail_in == 0 ? Finished : Failed;
+        // libbz2 stops early only when the input runs out.
+        return result == BZ_OK && m_stream.avail_out == 0 ? More : Failed;
+    }
+    QByteArray takeInput() { return std::move(m_input); }
+
+private:
+    QByteArray m_input;
+    bz_stream m_stream {};
+    bool m_ready = false;
+};
 
 } // namespace
+
+// A block too large for a worker, decoded by the reader as it goes.
+struct PackageArchiveBzBlockDecoder::LargeBlock
+{
+    explicit LargeBlock(QByteArray input)
+        : decoding(std::move(input))
+    { }
+    OneBlockDecoding decoding;
+    Place place;
+};
 
 struct PackageArchiveBzBlockDecoder::Task
 {
@@ -148,6 +177,8 @@ struct PackageArchiveBzBlockDecoder::Task
     QByteArray output;
     bool decoded = false;
     bool failed = false;
+    // Decodes to more than PieceSize: the input is kept for the reader.
+    bool large = false;
 };
 
 PackageArchiveBzBlockDecoder::PackageArchiveBzBlockDecoder(
@@ -176,13 +207,16 @@ PackageArchiveBzBlockDecoder::~PackageArchiveBzBlockDecoder()
 
 PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArray &bytes, Place &place)
 {
+    if (m_large)
+        return nextPiece(bytes, place);
     std::shared_ptr<Task> task;
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_resultWake.wait(lock, [this] { return !m_tasks.empty() && m_tasks.front()->decoded; });
         task = m_tasks.front();
-        // The end stays in place for any further call.
-        if (task->kind == Block && !task->failed)
+        // The end stays in place for any further call; a large block until
+        // its last piece.
+        if (task->kind == Block && !task->failed && !task->large)
             m_tasks.pop_front();
     }
     m_scannerWake.notify_one();
@@ -192,8 +226,37 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
     place.bit = task->bit;
     place.combinedCrc = task->combinedCrc;
     place.level = m_place.level;
+    if (task->large) {
+        m_large = std::make_unique<LargeBlock>(std::move(task->input));
+        m_large->place = place;
+        return nextPiece(bytes, place);
+    }
     m_place.position += quint64(task->output.size());
     bytes = std::move(task->output);
+    return Block;
+}
+
+// Every piece of a large block comes with the block's place: only its start
+// is a place to resume at.
+PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QByteArray &bytes, Place &place)
+{
+    bytes.clear();
+    const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, PieceSize);
+    place = m_large->place;
+    if (step == OneBlockDecoding::Failed || (step == OneBlockDecoding::More && bytes.isEmpty()))
+        return Unusual;
+    m_place.position += quint64(bytes.size());
+    if (step == OneBlockDecoding::Finished) {
+        m_large.reset();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_tasks.pop_front();
+        }
+        m_scannerWake.notify_one();
+        // A block that ended exactly where the worker stopped.
+        if (bytes.isEmpty())
+            return next(bytes, place);
+    }
     return Block;
 }
 
@@ -349,11 +412,19 @@ void PackageArchiveBzBlockDecoder::decodeLoop()
             task = m_toDecode.front();
             m_toDecode.pop_front();
         }
-        const bool ok = decodeBlock(task->input, task->output);
-        task->input = QByteArray();
+        OneBlockDecoding decoding(std::move(task->input));
+        OneBlockDecoding::Step step = OneBlockDecoding::More;
+        while (step == OneBlockDecoding::More && unsigned(task->output.size()) < PieceSize)
+            step = decoding.decode(task->output, PieceSize - unsigned(task->output.size()));
+        const bool large = step == OneBlockDecoding::More;
+        if (large) {
+            task->output = QByteArray();
+            task->input = decoding.takeInput();
+        }
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            task->failed = !ok;
+            task->failed = step == OneBlockDecoding::Failed;
+            task->large = large;
             task->decoded = true;
         }
         m_resultWake.notify_one();

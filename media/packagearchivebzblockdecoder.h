@@ -49,11 +49,13 @@ public:
 
 private:
     struct Task;
+    struct LargeBlock;
 
     void scan();
     void decodeLoop();
     bool fill(std::vector<uchar> &buffer, size_t &length);
     bool queue(std::shared_ptr<Task> task);
+    Result nextPiece(QByteArray &bytes, Place &place);
 
     FILE *m_file;
     qint64 m_start;
@@ -68,4 +70,6 @@ private:
     std::deque<std::shared_ptr<Task>> m_toDecode;
     std::vector<std::thread> m_threads;
     int m_maxTasks;
+    // The large block the reader is decoding, if any (reader's thread only).
+    std::unique_ptr<LargeBlock> m_large;
 };
