@@ -41,6 +41,7 @@
 #include "media/packagearchivecompressedgzinputfile.h"
 #include "media/packagearchivecompressedgzoutputfile.h"
 #include "media/packagearchiveextraction.h"
+#include "media/packagearchivestash.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -203,6 +204,8 @@ PackageArchive::~PackageArchive() = default;
 void PackageArchive::clear()
 {
     m_stream.reset();
+    m_byOffset.clear();
+    m_stash = std::make_unique<PackageArchiveStash>();
     m_sorted.clear();
     m_members.clear();
     m_indexed = false;
@@ -435,6 +438,67 @@ PackageArchiveFile PackageArchive::packageDescription() const
     return PackageArchiveFile();
 }
 
+void PackageArchive::readBody(
+    const PackageArchiveData &member, const std::function<bool(QByteArray)> &deliver)
+{
+    const auto failure = [&member] {
+        return error("cannot read file ", member.name + QLatin1String(" from archive"));
+    };
+    switch (m_stash->take(&member, BlockSize, deliver)) {
+    case PackageArchiveStash::Delivered:
+        return;
+    case PackageArchiveStash::Unreadable:
+        throw failure();
+    case PackageArchiveStash::NotKept:
+        break;
+    }
+    if (!m_stream)
+        throw failure();
+    stashUpTo(member.offset);
+    if (m_stream->seek(member.offset) != 0)
+        throw failure();
+    m_stash->noteRead(&member);
+    for (quint32 done = 0; done < member.size;) {
+        const qint32 want = qint32(qMin<quint32>(member.size - done, BlockSize));
+        QByteArray block(want, Qt::Uninitialized);
+        if (m_stream->read(block.data(), want) != want)
+            throw failure();
+        if (!deliver(std::move(block)))
+            return;
+        done += quint32(want);
+    }
+}
+
+// Reading on to offset would decompress the members in between only to drop
+// them: they are kept instead, for when they are asked for.
+void PackageArchive::stashUpTo(quint32 offset)
+{
+    auto *stream = dynamic_cast<PackageArchiveCompressedInputFile *>(m_stream.get());
+    if (!stream || stream->position() >= offset || !m_stash->accepting())
+        return;
+    if (m_byOffset.empty()) {
+        for (const auto &member : m_members) {
+            if (member->storage == PackageArchiveData::InArchive)
+                m_byOffset.push_back(member.get());
+        }
+        std::stable_sort(m_byOffset.begin(), m_byOffset.end(),
+            [](const PackageArchiveData *a, const PackageArchiveData *b) { return a->offset < b->offset; });
+    }
+    auto next = std::lower_bound(m_byOffset.begin(), m_byOffset.end(), stream->position(),
+        [](const PackageArchiveData *member, quint64 position) { return member->offset < position; });
+    for (; next != m_byOffset.end() && quint64((*next)->offset) + (*next)->size <= offset
+         && m_stash->accepting();
+         ++next) {
+        const PackageArchiveData *member = *next;
+        // Members overlapping the one before are left to seeking.
+        if (member->offset < stream->position() || !m_stash->wants(member))
+            continue;
+        if (stream->seek(member->offset) != 0)
+            return;
+        m_stash->put(member, *stream);
+    }
+}
+
 QByteArray PackageArchive::data(const QString &name)
 {
     const PackageArchiveFile member = find(name);
@@ -448,21 +512,11 @@ QByteArray PackageArchive::data(const PackageArchiveFile &member)
     const PackageArchiveData &record = *member.data();
     switch (record.storage) {
     case PackageArchiveData::InArchive: {
-        const auto failure = [&record] {
-            return error("cannot read file ", record.name + QLatin1String(" from archive"));
-        };
-        if (!m_stream || m_stream->seek(record.offset) != 0)
-            throw failure();
-        // Grow with what arrives rather than trusting the size in the table.
         QByteArray bytes;
-        quint32 done = 0;
-        while (done < record.size) {
-            const qint32 want = qint32(qMin<quint32>(record.size - done, BlockSize));
-            bytes.resize(qsizetype(done) + want);
-            if (m_stream->read(bytes.data() + done, want) != want)
-                throw failure();
-            done += quint32(want);
-        }
+        readBody(record, [&bytes](QByteArray block) {
+            bytes.append(block);
+            return true;
+        });
         return bytes;
     }
     case PackageArchiveData::OnDisk: {

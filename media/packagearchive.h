@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/packagearchivefile.h"
+#include "media/packagearchivestash.h"
 
 #include <QList>
 #include <QObject>
@@ -8,6 +9,7 @@
 #include <QString>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -114,11 +116,20 @@ private:
     PackageArchiveData *appendMember(std::unique_ptr<PackageArchiveData> member);
     void writeBody(const QString &path, quint32 level);
     void extractMembers(const QString &directory, bool overwrite, bool selectedOnly);
+    // Hands a member's bytes from the body to deliver in blocks (until it
+    // returns false), taking them from the stash when they were passed
+    // before, and stashing the members it passes on the way. Throws
+    // "cannot read file ... from archive".
+    void readBody(const PackageArchiveData &member, const std::function<bool(QByteArray)> &deliver);
+    void stashUpTo(quint32 offset);
 
     std::vector<std::unique_ptr<PackageArchiveData>> m_members;
     std::vector<PackageArchiveData *> m_sorted;
     bool m_indexed = false;
     std::unique_ptr<PackageArchiveIOFileInterface> m_stream;
+    // The body's members by offset, made when first needed.
+    std::vector<const PackageArchiveData *> m_byOffset;
+    std::unique_ptr<PackageArchiveStash> m_stash = std::make_unique<PackageArchiveStash>();
     quint32 m_version = 1;
     quint32 m_compression = 0;
 };

@@ -243,24 +243,7 @@ void PackageArchiveExtraction::readJob(Job &job)
             deliver(m_archive.data(PackageArchiveFile(const_cast<PackageArchiveData *>(&member))));
             return;
         }
-        const QString failure
-            = QStringLiteral("cannot read file ") + member.name + QStringLiteral(" from archive");
-        PackageArchiveIOFileInterface *stream = m_archive.m_stream.get();
-        if (!stream || stream->seek(member.offset) != 0) {
-            job.readError = failure;
-            return;
-        }
-        for (quint32 done = 0; done < member.size;) {
-            const qint32 want = qint32(qMin<quint32>(member.size - done, BlockSize));
-            QByteArray block(want, Qt::Uninitialized);
-            if (stream->read(block.data(), want) != want) {
-                job.readError = failure;
-                return;
-            }
-            if (!deliver(std::move(block)))
-                return;
-            done += quint32(want);
-        }
+        m_archive.readBody(member, deliver);
     } catch (const HException &) {
         job.readError = QStringLiteral("cannot read file ") + member.name + QStringLiteral(" from archive");
     }

@@ -134,6 +134,8 @@ private slots:
     void writeFailureReported();
     void outOfOrderReadsBodyOnce_data();
     void outOfOrderReadsBodyOnce();
+    void itemsInAnyOrderReadBodyOnce_data();
+    void itemsInAnyOrderReadBodyOnce();
 };
 
 void tst_PackageArchiveExtraction::signalOrder_data()
@@ -321,6 +323,65 @@ void tst_PackageArchiveExtraction::outOfOrderReadsBodyOnce()
     for (int i = 0; i < count; i += 7)
         QVERIFY(readAll(out + QLatin1Char('/') + archive.member(i).name())
             == content(i, qsizetype(archive.member(i).size())));
+}
+
+void tst_PackageArchiveExtraction::itemsInAnyOrderReadBodyOnce_data()
+{
+    QTest::addColumn<quint32>("compression");
+    QTest::addColumn<QList<int>>("items");
+    QTest::addColumn<bool>("stash");
+    QTest::newRow("zlib, in body order") << 0u << QList<int> { 0, 1, 2, 3 } << true;
+    QTest::newRow("zlib, reversed") << 0u << QList<int> { 3, 2, 1, 0 } << true;
+    QTest::newRow("bzip2, reversed") << 1u << QList<int> { 3, 2, 1, 0 } << true;
+    QTest::newRow("bzip2, shuffled") << 1u << QList<int> { 2, 0, 3, 1 } << true;
+    // Without a temporary folder the passed members cannot be kept: reading
+    // still works, by seeking back.
+    QTest::newRow("bzip2, reversed, nowhere to keep") << 1u << QList<int> { 3, 2, 1, 0 } << false;
+    QTest::newRow("zlib, reversed, nowhere to keep") << 0u << QList<int> { 3, 2, 1, 0 } << false;
+}
+
+void tst_PackageArchiveExtraction::itemsInAnyOrderReadBodyOnce()
+{
+    // Items each take a quarter of the members, one extraction each, in
+    // another order than the body's: the members passed on the way to a
+    // later quarter are kept, not decompressed again.
+    QFETCH(quint32, compression);
+    QFETCH(QList<int>, items);
+    QFETCH(bool, stash);
+    QTemporaryDir dir;
+    const int count = 120;
+    const QByteArray temporaryFolder = qgetenv("TMPDIR");
+    const QString path = writeArchive(dir.path(), compression, count, false);
+    // A file is no folder to make a temporary file in.
+    qputenv("TMPDIR", QFile::encodeName(stash ? dir.path() : path));
+    CountingArchive archive;
+    archive.open(path);
+    quint64 body = 0;
+    for (int i = 0; i < count; ++i)
+        body += archive.member(i).size();
+    archive.produced = 0;
+
+    const QString out = dir.path() + QStringLiteral("/out");
+    for (const int item : items) {
+        PackageArchiveExtraction extraction(archive);
+        for (int i = item * count / 4; i < (item + 1) * count / 4; ++i)
+            extraction.addBelow(archive.member(i), out, archive.member(i).name(), false);
+        extraction.finish();
+    }
+    qputenv("TMPDIR", temporaryFolder);
+    const QString measured
+        = QStringLiteral("%1 bytes decompressed for a body of %2").arg(archive.produced).arg(body);
+    if (stash)
+        QVERIFY2(archive.produced <= body + body / 20, qPrintable(measured));
+    else
+        QVERIFY2(archive.produced > body + body / 2, qPrintable(measured));
+    QCOMPARE(filesBelow(out).size(), count);
+    for (int i = 0; i < count; ++i)
+        QVERIFY(readAll(out + QLatin1Char('/') + archive.member(i).name())
+            == content(i, qsizetype(archive.member(i).size())));
+    // Nothing of the kept members stays behind.
+    QCOMPARE(
+        QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList { QStringLiteral("archive.pa") });
 }
 
 QTEST_GUILESS_MAIN(tst_PackageArchiveExtraction)

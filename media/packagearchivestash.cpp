@@ -1,0 +1,126 @@
+#include "media/packagearchivestash.h"
+
+#include "media/medialog.h"
+#include "media/packagearchivedata.h"
+#include "media/packagearchiveiofileinterface.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const qint32 CopySize = 1 << 20;
+
+bool writeAll(int fd, const char *data, qint64 size, qint64 at)
+{
+    while (size > 0) {
+        const ssize_t written = ::pwrite(fd, data, size_t(size), at);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= written;
+        at += written;
+    }
+    return true;
+}
+
+bool readAll(int fd, char *data, qint64 size, qint64 at)
+{
+    while (size > 0) {
+        const ssize_t got = ::pread(fd, data, size_t(size), at);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        data += got;
+        size -= got;
+        at += got;
+    }
+    return true;
+}
+
+} // namespace
+
+PackageArchiveStash::~PackageArchiveStash()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+bool PackageArchiveStash::wants(const PackageArchiveData *member) const
+{
+    return !m_failed && member->size > 0 && !m_places.count(member) && !m_read.count(member);
+}
+
+// Unnamed, so that nothing is left behind however the process ends.
+bool PackageArchiveStash::open()
+{
+    if (m_fd >= 0)
+        return true;
+    // Empty when the folder named in TMPDIR does not exist.
+    const QByteArray folder = QFile::encodeName(QDir::tempPath());
+    if (!folder.isEmpty())
+        m_fd = ::open(folder.constData(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (m_fd < 0 && !folder.isEmpty()) {
+        QByteArray name = folder + "/setup-stash-XXXXXX";
+        m_fd = ::mkostemp(name.data(), O_CLOEXEC);
+        if (m_fd >= 0)
+            ::unlink(name.constData());
+    }
+    if (m_fd < 0) {
+        qCInfo(lcMedia) << "no temporary file to keep skipped members in; seeking instead";
+        m_failed = true;
+    }
+    return m_fd >= 0;
+}
+
+void PackageArchiveStash::put(const PackageArchiveData *member, PackageArchiveIOFileInterface &stream)
+{
+    if (!open())
+        return;
+    QByteArray block(qint32(qMin<quint32>(member->size, CopySize)), Qt::Uninitialized);
+    for (quint32 done = 0; done < member->size;) {
+        const qint32 want = qint32(qMin<quint32>(member->size - done, CopySize));
+        if (stream.read(block.data(), want) != want) {
+            m_failed = true;
+            return;
+        }
+        if (!writeAll(m_fd, block.constData(), want, m_end + done)) {
+            qCInfo(lcMedia) << "the temporary file for skipped members is full; seeking instead";
+            m_failed = true;
+            return;
+        }
+        done += quint32(want);
+    }
+    m_places.emplace(member, m_end);
+    m_end += member->size;
+}
+
+PackageArchiveStash::Taken PackageArchiveStash::take(
+    const PackageArchiveData *member, qint32 blockSize, const std::function<bool(QByteArray)> &deliver)
+{
+    const auto place = m_places.find(member);
+    if (place == m_places.end())
+        return NotKept;
+    const qint64 at = place->second;
+    m_places.erase(place);
+    m_read.insert(member);
+    for (quint32 done = 0; done < member->size;) {
+        const qint32 want = qint32(qMin<quint32>(member->size - done, quint32(blockSize)));
+        QByteArray block(want, Qt::Uninitialized);
+        if (!readAll(m_fd, block.data(), want, at + done))
+            return Unreadable;
+        if (!deliver(std::move(block)))
+            break;
+        done += quint32(want);
+    }
+    // The bytes are taken: their disk space can go.
+    ::fallocate(m_fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, at, member->size);
+    return Delivered;
+}
