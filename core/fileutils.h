@@ -21,5 +21,7 @@ bool copyFile(const QString &source, const QString &target, bool createFolders =
 // Writes content as the whole file at path, replacing it the same way as
 // copyFile; a new file gets mode 0666 less the file-creation mask.
 bool writeFile(const QString &path, const QByteArray &content);
+// Writes all size bytes to the descriptor, going on after interruptions.
+bool writeAll(int fd, const char *data, qint64 size);
 
 } // namespace FileUtils

@@ -414,8 +414,11 @@ void PackageArchiveBzBlockDecoder::decodeLoop()
         }
         OneBlockDecoding decoding(std::move(task->input));
         OneBlockDecoding::Step step = OneBlockDecoding::More;
-        while (step == OneBlockDecoding::More && unsigned(task->output.size()) < PieceSize)
-            step = decoding.decode(task->output, PieceSize - unsigned(task->output.size()));
+        // Most blocks decode to 900 000 bytes or less: room grows from 1 MiB.
+        while (step == OneBlockDecoding::More && unsigned(task->output.size()) < PieceSize) {
+            const unsigned room = qMax(1u << 20, unsigned(task->output.size()));
+            step = decoding.decode(task->output, qMin(room, PieceSize - unsigned(task->output.size())));
+        }
         const bool large = step == OneBlockDecoding::More;
         if (large) {
             task->output = QByteArray();

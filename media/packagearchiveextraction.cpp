@@ -23,20 +23,6 @@ namespace {
 const qint32 BlockSize = 1 << 20;
 const qint64 BufferLimit = qint64(8) << 20;
 
-bool writeAll(int fd, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const ssize_t written = ::write(fd, data, size_t(qMin<qint64>(size, 1 << 30)));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= written;
-    }
-    return true;
-}
-
 // Copies the finished temporary file over a file that may be written but not
 // replaced (someone else's file in a shared sticky folder).
 bool copyInPlace(int from, const QByteArray &target)
@@ -54,7 +40,7 @@ bool copyInPlace(int from, const QByteArray &target)
             ok = got == 0;
             break;
         }
-        ok = writeAll(to, buffer, got);
+        ok = FileUtils::writeAll(to, buffer, got);
     }
     ::close(to);
     return ok;
@@ -306,7 +292,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
             complete = !m_stopping;
             break;
         }
-        if (job.writeError.isEmpty() && !writeAll(fd, block.constData(), block.size()))
+        if (job.writeError.isEmpty() && !FileUtils::writeAll(fd, block.constData(), block.size()))
             job.writeError = QStringLiteral("cannot write to output file ") + job.path;
     }
     if (fd < 0)

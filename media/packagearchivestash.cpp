@@ -1,5 +1,6 @@
 #include "media/packagearchivestash.h"
 
+#include "core/fileutils.h"
 #include "media/medialog.h"
 #include "media/packagearchivedata.h"
 #include "media/packagearchiveiofileinterface.h"
@@ -14,21 +15,6 @@
 namespace {
 
 const qint32 CopySize = 1 << 20;
-
-bool writeAll(int fd, const char *data, qint64 size, qint64 at)
-{
-    while (size > 0) {
-        const ssize_t written = ::pwrite(fd, data, size_t(size), at);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= written;
-        at += written;
-    }
-    return true;
-}
 
 bool readAll(int fd, char *data, qint64 size, qint64 at)
 {
@@ -91,7 +77,8 @@ void PackageArchiveStash::put(const PackageArchiveData *member, PackageArchiveIO
             m_failed = true;
             return;
         }
-        if (!writeAll(m_fd, block.constData(), want, m_end + done)) {
+        // Members are kept one after another: the file's own offset is m_end + done.
+        if (!FileUtils::writeAll(m_fd, block.constData(), want)) {
             qCInfo(lcMedia) << "the temporary file for skipped members is full; seeking instead";
             m_failed = true;
             return;
