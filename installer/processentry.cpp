@@ -23,6 +23,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -98,6 +99,11 @@ void ProcessEntry::prepareInstaller()
     if (!qEnvironmentVariableIsSet("QT_X11_NO_MITSHM"))
         qputenv("QT_X11_NO_MITSHM", "1");
     m_savedUmask = ::umask(022);
+    // Extraction hands blocks of 1 MiB from one thread to another. Left to
+    // itself, glibc raises its mapping threshold after the first such block
+    // is freed and keeps later ones in per-thread heaps that never shrink;
+    // a fixed threshold gives each block back as soon as it is written.
+    ::mallopt(M_MMAP_THRESHOLD, 256 * 1024);
 }
 
 bool ProcessEntry::handOverToRunningInstance()

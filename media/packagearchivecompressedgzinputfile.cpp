@@ -14,7 +14,7 @@ const int WindowSize = 32768;
 // one goes and the spacing doubles, so they never take more than
 // MaxPoints * 32 KiB whatever the size of the body.
 const quint64 FirstSpacing = quint64(1) << 20;
-const size_t MaxPoints = 256;
+const size_t MaxPoints = 128;
 
 struct AccessPoint
 {
@@ -117,11 +117,15 @@ void PackageArchiveCompressedGzInputFile::keepAccessPoint()
     point.position = state.produced;
     point.input = state.inputEnd - qint64(state.stream.avail_in);
     point.bits = state.stream.data_type & 7;
-    point.window.resize(WindowSize);
+    // Exactly the window's size: resize() would leave room to grow.
+    point.window = QByteArray(WindowSize, Qt::Uninitialized);
     uInt length = WindowSize;
     if (inflateGetDictionary(&state.stream, reinterpret_cast<Bytef *>(point.window.data()), &length) != Z_OK)
         return;
-    point.window.resize(int(length));
+    if (length < WindowSize) {
+        point.window.truncate(int(length));
+        point.window.squeeze();
+    }
     state.points.push_back(std::move(point));
     if (state.points.size() >= MaxPoints) {
         std::vector<AccessPoint> thinned;
