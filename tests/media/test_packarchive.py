@@ -208,7 +208,10 @@ class BoundedMemory(unittest.TestCase):
                             "open(sys.argv[2], 'wb').write(fmt.write_v2([member], 1, 9))",
                             os.path.dirname(os.path.abspath(__file__)), archive, str(size)], check=True)
             out = os.path.join(tmp, "out")
-            self.assertLess(self.peak_memory_kb("extract", archive, out), 64 << 10)
+            peak = self.peak_memory_kb("extract", archive, out)
+            # A sanitized build's shadow memory and quarantine say nothing of ours.
+            if "ASAN_OPTIONS" not in os.environ:
+                self.assertLess(peak, 64 << 10)
             self.assertEqual(os.path.getsize(os.path.join(out, "bin", "flash.img")), size)
             with open(os.path.join(out, "bin", "flash.img"), "rb") as f:
                 for chunk in iter(lambda: f.read(1 << 20), b""):
