@@ -47,6 +47,22 @@ QByteArray shaped(const QString &shape, qsizetype size)
         // Runs of 1 to 300 bytes: around 4, 255 and 256 in particular.
         for (int length = 1; bytes.size() < size; length = length % 300 + 1)
             bytes.append(QByteArray(length, char(length)));
+    } else if (shape == QLatin1String("copies")) {
+        // Random bytes and stretches of 100 to 3,000 bytes copied from
+        // earlier, as in machine code.
+        while (bytes.size() < size) {
+            if (bytes.size() > 8192 && random.bounded(2)) {
+                const qsizetype from = random.bounded(int(bytes.size() - 4096));
+                bytes.append(bytes.mid(from, 100 + random.bounded(2900)));
+            } else {
+                for (int i = 0; i < 1000; ++i)
+                    bytes.append(char(random.bounded(256)));
+            }
+        }
+    } else if (shape == QLatin1String("twice")) {
+        while (bytes.size() < size / 2)
+            bytes.append(char(random.bounded(256)));
+        bytes.append(bytes);
     } else if (shape == QLatin1String("repeats")) {
         // A 4 KiB stretch over and over, a different byte between copies.
         QByteArray stretch;
@@ -282,6 +298,12 @@ void tst_PackageArchiveResume::parallelBzip2_data()
     QTest::newRow("period of two") << 9u << qsizetype(1000000) << "ab";
     QTest::newRow("period of seven") << 1u << qsizetype(300000) << "abcdefg";
     QTest::newRow("long repeats") << 2u << qsizetype(1 << 20) << "repeats";
+    // A stretch that occurs twice makes pairs of rotations that tie for as
+    // long as it lasts; a block that is one stretch twice ties them all the
+    // way round.
+    QTest::newRow("stretches copied") << 9u << qsizetype(3 << 20) << "copies";
+    QTest::newRow("a stretch twice") << 9u << qsizetype(1 << 20) << "twice";
+    QTest::newRow("a block of one stretch twice") << 9u << qsizetype(600000) << "twice";
     QTest::newRow("random, every byte value") << 9u << qsizetype(2 << 20) << "random";
 }
 
