@@ -9,29 +9,28 @@ struct PackageArchiveParallelBzip2::Segment
     // The segment's blocks, each a whole number of bits, and their CRCs.
     PackageArchiveBitWriter blocks;
     std::vector<quint32> crcs;
-    bool done = false;
 };
 
 PackageArchiveParallelBzip2::PackageArchiveParallelBzip2(FILE *file, int level, int threads)
     : m_file(file)
-    , m_level(level)
-    , m_threads(qMax(1, threads))
     , m_segmentSize(100000 * level - 19)
+    , m_work(threads, [level] {
+        // Each thread's encoder keeps its buffers from block to block.
+        auto encoder = std::make_shared<PackageArchiveBzBlockEncoder>(level);
+        return [encoder](Segment &segment) {
+            const auto *data = reinterpret_cast<const uchar *>(segment.input.constData());
+            for (qint64 at = 0, size = segment.input.size(); at < size;) {
+                quint32 crc = 0;
+                at += encoder->encode(data + at, size - at, segment.blocks, crc);
+                segment.crcs.push_back(crc);
+            }
+            segment.input = QByteArray();
+        };
+    })
 {
     m_pending.reserve(m_segmentSize);
     for (const char byte : { 'B', 'Z', 'h', char('0' + level) })
         m_out.write(uchar(byte), 8);
-}
-
-PackageArchiveParallelBzip2::~PackageArchiveParallelBzip2()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_workWake.notify_all();
-    for (std::thread &worker : m_workers)
-        worker.join();
 }
 
 void PackageArchiveParallelBzip2::write(const char *data, qint64 size)
@@ -51,7 +50,7 @@ void PackageArchiveParallelBzip2::finish()
     const QString failure = QStringLiteral("error compressing stream");
     if (!m_pending.isEmpty())
         submit();
-    while (!m_inOrder.empty())
+    while (!m_work.empty())
         writeOldest(failure);
     m_out.write(0x177245, 24);
     m_out.write(0x385090, 24);
@@ -68,29 +67,14 @@ void PackageArchiveParallelBzip2::submit()
     segment->input = m_pending;
     m_pending.clear();
     m_pending.reserve(m_segmentSize);
-    while (int(m_inOrder.size()) >= 2 * m_threads)
+    while (m_work.full())
         writeOldest(QStringLiteral("error writing to compressed stream"));
-    if (m_workers.empty()) {
-        for (int i = 0; i < m_threads; ++i)
-            m_workers.emplace_back(&PackageArchiveParallelBzip2::work, this);
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_inOrder.push_back(segment);
-        m_queue.push_back(segment);
-    }
-    m_workWake.notify_one();
+    m_work.add(segment);
 }
 
 void PackageArchiveParallelBzip2::writeOldest(const QString &failure)
 {
-    std::shared_ptr<Segment> segment;
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        segment = m_inOrder.front();
-        m_doneWake.wait(lock, [&segment] { return segment->done; });
-        m_inOrder.pop_front();
-    }
+    const std::shared_ptr<Segment> segment = m_work.takeOldest();
     m_out.append(segment->blocks);
     for (const quint32 crc : segment->crcs)
         m_combinedCrc = (m_combinedCrc << 1 | m_combinedCrc >> 31) ^ crc;
@@ -103,32 +87,4 @@ void PackageArchiveParallelBzip2::flushBytes(const QString &failure)
     if (!bytes.isEmpty()
         && std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_file) != size_t(bytes.size()))
         throw HException(failure);
-}
-
-void PackageArchiveParallelBzip2::work()
-{
-    PackageArchiveBzBlockEncoder encoder(m_level);
-    for (;;) {
-        std::shared_ptr<Segment> segment;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_workWake.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
-            if (m_stopping)
-                return;
-            segment = m_queue.front();
-            m_queue.pop_front();
-        }
-        const auto *data = reinterpret_cast<const uchar *>(segment->input.constData());
-        for (qint64 at = 0, size = segment->input.size(); at < size;) {
-            quint32 crc = 0;
-            at += encoder.encode(data + at, size - at, segment->blocks, crc);
-            segment->crcs.push_back(crc);
-        }
-        segment->input = QByteArray();
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            segment->done = true;
-        }
-        m_doneWake.notify_all();
-    }
 }

@@ -1,16 +1,11 @@
 #pragma once
 
 #include "media/packagearchivebitwriter.h"
+#include "media/packagearchiveorderedwork.h"
 
 #include <QByteArray>
 
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 // Writes one ordinary bzip2 stream, compressed on several threads: the input
 // is cut into segments of a block's size, each thread encodes a segment's
@@ -24,7 +19,6 @@ class PackageArchiveParallelBzip2
 {
 public:
     PackageArchiveParallelBzip2(FILE *file, int level, int threads);
-    ~PackageArchiveParallelBzip2();
     PackageArchiveParallelBzip2(const PackageArchiveParallelBzip2 &) = delete;
     PackageArchiveParallelBzip2 &operator=(const PackageArchiveParallelBzip2 &) = delete;
 
@@ -38,23 +32,15 @@ private:
 
     void submit();
     void writeOldest(const QString &failure);
-    void work();
     // Writes the whole bytes gathered so far.
     void flushBytes(const QString &failure);
 
     FILE *m_file;
-    int m_level;
-    int m_threads;
     int m_segmentSize;
     QByteArray m_pending;
     quint32 m_combinedCrc = 0;
     // The stream's bits not yet written.
     PackageArchiveBitWriter m_out;
-    std::mutex m_mutex;
-    std::condition_variable m_workWake;
-    std::condition_variable m_doneWake;
-    bool m_stopping = false;
-    std::deque<std::shared_ptr<Segment>> m_queue;
-    std::deque<std::shared_ptr<Segment>> m_inOrder;
-    std::vector<std::thread> m_workers;
+    // Last: its threads stop before the members they use go.
+    PackageArchiveOrderedWork<Segment> m_work;
 };

@@ -21,27 +21,19 @@ struct PackageArchiveParallelDeflate::Segment
     bool last = false;
     QByteArray output;
     quint32 adler = 1;
-    bool done = false;
     bool failed = false;
 };
 
 PackageArchiveParallelDeflate::PackageArchiveParallelDeflate(FILE *file, int level, int threads)
     : m_file(file)
     , m_level(level)
-    , m_threads(qMax(1, threads))
+    , m_work(threads, [this] {
+        return [this](Segment &segment) {
+            compress(segment);
+        };
+    })
 {
     m_pending.reserve(SegmentSize);
-}
-
-PackageArchiveParallelDeflate::~PackageArchiveParallelDeflate()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_workWake.notify_all();
-    for (std::thread &worker : m_workers)
-        worker.join();
 }
 
 void PackageArchiveParallelDeflate::write(const char *data, qint64 size)
@@ -59,7 +51,7 @@ void PackageArchiveParallelDeflate::write(const char *data, qint64 size)
 void PackageArchiveParallelDeflate::finish()
 {
     submit(true);
-    while (!m_inOrder.empty())
+    while (!m_work.empty())
         writeOldest();
     if (!m_headerWritten)
         throw HException(QStringLiteral("error compressing stream"));
@@ -78,37 +70,20 @@ void PackageArchiveParallelDeflate::submit(bool last)
     m_dictionary = m_pending.right(WindowSize);
     m_pending.clear();
     m_pending.reserve(SegmentSize);
-    // At most two segments per thread are under way; the rest waits here.
-    while (int(m_inOrder.size()) >= 2 * m_threads)
+    while (m_work.full())
         writeOldest();
     // A body that fits one segment needs no thread at all.
-    if (m_workers.empty() && last) {
+    if (!m_work.started() && last) {
         compress(*segment);
-        segment->done = true;
-        m_inOrder.push_back(segment);
+        m_work.addDone(segment);
         return;
     }
-    if (m_workers.empty()) {
-        for (int i = 0; i < m_threads; ++i)
-            m_workers.emplace_back(&PackageArchiveParallelDeflate::work, this);
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_inOrder.push_back(segment);
-        m_queue.push_back(segment);
-    }
-    m_workWake.notify_one();
+    m_work.add(segment);
 }
 
 void PackageArchiveParallelDeflate::writeOldest()
 {
-    std::shared_ptr<Segment> segment;
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        segment = m_inOrder.front();
-        m_doneWake.wait(lock, [&segment] { return segment->done; });
-        m_inOrder.pop_front();
-    }
+    const std::shared_ptr<Segment> segment = m_work.takeOldest();
     if (segment->failed)
         throw HException(QStringLiteral("error compressing stream"));
     if (!m_headerWritten) {
@@ -131,7 +106,7 @@ void PackageArchiveParallelDeflate::writeOut(const char *data, size_t size)
         throw HException(QStringLiteral("error writing to compressed stream"));
 }
 
-void PackageArchiveParallelDeflate::compress(Segment &segment)
+void PackageArchiveParallelDeflate::compress(Segment &segment) const
 {
     segment.adler = quint32(
         adler32(1, reinterpret_cast<const Bytef *>(segment.input.constData()), uInt(segment.input.size())));
@@ -161,25 +136,4 @@ void PackageArchiveParallelDeflate::compress(Segment &segment)
     segment.failed = !ok || stream.avail_in != 0;
     segment.input = QByteArray();
     segment.dictionary = QByteArray();
-}
-
-void PackageArchiveParallelDeflate::work()
-{
-    for (;;) {
-        std::shared_ptr<Segment> segment;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_workWake.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
-            if (m_stopping)
-                return;
-            segment = m_queue.front();
-            m_queue.pop_front();
-        }
-        compress(*segment);
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            segment->done = true;
-        }
-        m_doneWake.notify_all();
-    }
 }

@@ -1,14 +1,10 @@
 #pragma once
 
+#include "media/packagearchiveorderedwork.h"
+
 #include <QByteArray>
 
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 // Writes one ordinary zlib stream, compressed on several threads: the input
 // is cut into segments that are deflated independently (raw deflate, primed
@@ -21,7 +17,6 @@ class PackageArchiveParallelDeflate
 {
 public:
     PackageArchiveParallelDeflate(FILE *file, int level, int threads);
-    ~PackageArchiveParallelDeflate();
     PackageArchiveParallelDeflate(const PackageArchiveParallelDeflate &) = delete;
     PackageArchiveParallelDeflate &operator=(const PackageArchiveParallelDeflate &) = delete;
 
@@ -37,22 +32,15 @@ private:
     void submit(bool last);
     // Writes the oldest segment once it is compressed.
     void writeOldest();
-    void work();
-    void compress(Segment &segment);
+    void compress(Segment &segment) const;
     void writeOut(const char *data, size_t size);
 
     FILE *m_file;
     int m_level;
-    int m_threads;
     QByteArray m_pending;
     QByteArray m_dictionary;
     bool m_headerWritten = false;
     quint32 m_adler = 1;
-    std::mutex m_mutex;
-    std::condition_variable m_workWake;
-    std::condition_variable m_doneWake;
-    bool m_stopping = false;
-    std::deque<std::shared_ptr<Segment>> m_queue;
-    std::deque<std::shared_ptr<Segment>> m_inOrder;
-    std::vector<std::thread> m_workers;
+    // Last: its threads stop before the members they use go.
+    PackageArchiveOrderedWork<Segment> m_work;
 };
