@@ -576,57 +576,14 @@ PackageArchiveFile PackageArchive::addData(const QByteArray &bytes, quint32 mode
     return PackageArchiveFile(appendMember(std::move(member)));
 }
 
-QString PackageArchive::checkedTarget(const QString &directory, const QString &relativeName)
-{
-    return checkedTarget(directory, relativeName, nullptr);
-}
-
-QString PackageArchive::checkedTarget(
-    const QString &directory, const QString &relativeName, QSet<QString> *checkedFolders)
+void PackageArchive::checkName(const QString &relativeName)
 {
     if (relativeName.startsWith(QLatin1Char('/')))
         throw error("refusing absolute file name ", relativeName);
     if (relativeName.contains(QChar(0)))
         throw error("refusing file name with a zero byte ", relativeName);
-    const QStringList parts = relativeName.split(QLatin1Char('/'));
-    if (parts.contains(QLatin1String("..")))
+    if (relativeName.split(QLatin1Char('/')).contains(QLatin1String("..")))
         throw error("refusing file name with a .. component ", relativeName);
-
-    // Every folder on the way that exists already must stay inside the target
-    // folder; a symbolic link there may only lead to another place inside it.
-    // The last part is replaced, never followed, so it needs no check.
-    const qsizetype folderEnd = relativeName.lastIndexOf(QLatin1Char('/'));
-    const QString folder = folderEnd < 0 ? QString() : relativeName.left(folderEnd);
-    if (checkedFolders && checkedFolders->contains(folder))
-        return directory + QLatin1Char('/') + relativeName;
-    QString path = directory;
-    QByteArray root;
-    for (qsizetype i = 0; i + 1 < parts.size(); ++i) {
-        path += QLatin1Char('/') + parts[i];
-        struct stat status;
-        if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
-            break;
-        if (!S_ISLNK(status.st_mode))
-            continue;
-        if (root.isNull()) {
-            char *resolved = ::realpath(QFile::encodeName(directory).constData(), nullptr);
-            root = resolved ? QByteArray(resolved) : QByteArray("");
-            std::free(resolved);
-        }
-        char *resolved = ::realpath(QFile::encodeName(path).constData(), nullptr);
-        const QByteArray target = resolved ? QByteArray(resolved) : QByteArray();
-        std::free(resolved);
-        const bool inside = !root.isEmpty() && !target.isEmpty()
-            && (target == root || target.startsWith(root == "/" ? root : root + '/'));
-        if (!inside)
-            throw error("refusing file name that leads through a symbolic link out of the target folder ",
-                relativeName);
-    }
-    // Only a folder that exists all the way is settled; a missing part may
-    // still be made into a link before the next file.
-    if (checkedFolders && QFileInfo(directory + QLatin1Char('/') + folder).isDir())
-        checkedFolders->insert(folder);
-    return directory + QLatin1Char('/') + relativeName;
 }
 
 void PackageArchive::extract(const PackageArchiveFile &member, const QString &directory, bool overwrite)
@@ -637,7 +594,9 @@ void PackageArchive::extract(const PackageArchiveFile &member, const QString &di
 void PackageArchive::extractTo(
     const PackageArchiveFile &member, const QString &directory, const QString &relativeName, bool overwrite)
 {
-    extractToFile(member, checkedTarget(directory, relativeName), overwrite);
+    PackageArchiveExtraction extraction(*this, 1);
+    extraction.addBelow(member, directory, relativeName, overwrite);
+    extraction.finish();
 }
 
 void PackageArchive::extractToFile(const PackageArchiveFile &member, const QString &path, bool overwrite)

@@ -843,8 +843,7 @@ void tst_PackageArchive::symbolicLinks()
     const auto extract = [&](const QString &name, bool overwrite) {
         return message([&] { archive.extract(archive.addData("evil", 0644, name), out, overwrite); });
     };
-    const QString refused
-        = QStringLiteral("refusing file name that leads through a symbolic link out of the target folder ");
+    const QString refused = QStringLiteral("refusing file name that leads through a symbolic link ");
     QCOMPARE(extract(QStringLiteral("escape/victim"), true), refused + QStringLiteral("escape/victim"));
     QCOMPARE(extract(QStringLiteral("escape/new"), true), refused + QStringLiteral("escape/new"));
     QCOMPARE(extract(QStringLiteral("real/up/x"), true), refused + QStringLiteral("real/up/x"));
@@ -852,9 +851,9 @@ void tst_PackageArchive::symbolicLinks()
     QVERIFY(!QFileInfo::exists(path(QStringLiteral("nowhere"))));
     QCOMPARE(QDir(outside).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList("victim"));
 
-    // A link that stays inside the folder may be used.
-    QCOMPARE(extract(QStringLiteral("inside/ok"), false), QString());
-    QCOMPARE(readAll(out + QStringLiteral("/real/ok")), QByteArray("evil"));
+    // Even a link that stays inside the folder is not followed.
+    QCOMPARE(extract(QStringLiteral("inside/ok"), false), refused + QStringLiteral("inside/ok"));
+    QVERIFY(!QFileInfo::exists(out + QStringLiteral("/real/ok")));
 
     // A link in the place of the file itself is replaced, never followed.
     QCOMPARE(

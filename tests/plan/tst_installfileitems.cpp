@@ -62,6 +62,7 @@ struct Plan
         list.setQuestion(&question);
         macros().set(QStringLiteral("TstSrc"), source());
         macros().set(QStringLiteral("TstDest"), destination());
+        macros().set(QStringLiteral("DestDir"), destination());
         InstallOverwriteTest::forgetAnswers();
     }
 
