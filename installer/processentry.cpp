@@ -106,13 +106,14 @@ void ProcessEntry::prepareInstaller()
     ::mallopt(M_MMAP_THRESHOLD, 256 * 1024);
 }
 
-bool ProcessEntry::handOverToRunningInstance()
+bool ProcessEntry::anotherInstallerRuns(bool raiseIt)
 {
     m_instance = std::make_unique<InstallSingleInstance>(instanceIdentifier());
     if (!m_instance->isRunning())
         return false;
-    // The status is 0 whether or not the message arrived.
-    m_instance->sendMessage(QString(), 5000);
+    // Whether or not the message arrived.
+    if (raiseIt)
+        m_instance->sendMessage(QString(), 5000);
     return true;
 }
 
@@ -157,8 +158,15 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
         printError(commandLineError.isEmpty() ? noWindow : commandLineError);
         return InstallApplication::Failed;
     }
-    if (handOverToRunningInstance())
-        return HandedOver;
+    if (anotherInstallerRuns(!commandLine.isSilent())) {
+        // A window run has brought the other one to the front. A silent run
+        // has nothing to show, and a script must not read "did nothing" as
+        // success.
+        if (!commandLine.isSilent())
+            return HandedOver;
+        printError(QStringLiteral("another installer of this product is already running"));
+        return InstallApplication::Failed;
+    }
 
     ConfigurationList list(commandLine.rootRequired());
     std::unique_ptr<InstallWizardInterface> wizard;

@@ -38,16 +38,17 @@ public:
     void prepareInstaller();
 
     // After the application object exists: true when an installer of this
-    // product and version already runs for this user; it has been told to come
-    // to the front and this process should exit with status 0.
-    bool handOverToRunningInstance();
+    // product and version already runs for this user; with raiseIt it has
+    // been told to come to the front.
+    bool anotherInstallerRuns(bool raiseIt);
 
     // Defaults, the second pass, the application object (the factory's once a
     // display answers; a console one for a silent run, unless it is an
     // installation whose agreement is still to be read and a display
     // answers: then the window shows the agreement alone), the plan, the
     // wizard and the run. Returns the application's result (1 for success)
-    // or HandedOver.
+    // or HandedOver (a window run found another installer; a silent one
+    // fails).
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows
