@@ -12,6 +12,7 @@
 #include "installer/installwizardfactory.h"
 #include "installer/installwizardinterface.h"
 #include "plan/configurationlist.h"
+#include "plan/installsettingsstore.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -172,8 +173,11 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
     std::unique_ptr<InstallWizardInterface> wizard;
     if (windowed)
         wizard = factory.createWizard(&list, commandLine.mode());
-    if (!commandLineError.isEmpty()) {
-        reportInstallationError(wizard.get(), commandLineError);
+    // A settings folder that is a link, or a FIFO in place of the file, is
+    // refused before anything changes.
+    const QString refusal = commandLineError.isEmpty() ? InstallSettingsStore::checkFile() : commandLineError;
+    if (!refusal.isEmpty()) {
+        reportInstallationError(wizard.get(), refusal);
         return InstallApplication::Failed;
     }
     try {
@@ -256,27 +260,28 @@ QString ProcessEntry::instanceIdentifier()
 void ProcessEntry::handBackConfiguration(
     const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid)
 {
-    // Each step is opened relative to the one before with O_NOFOLLOW, and the
-    // ownership change itself does not follow links either: a link planted in
-    // place of one of the folders can never hand over a file elsewhere.
+    // Only into a home of the user's own: with HOME pointing elsewhere (root's
+    // own, say) nothing there is the user's to get.
     const Descriptor homeFd(::open(QFile::encodeName(home).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (homeFd.get() < 0)
-        return;
     struct stat status;
-    if (::fstatat(homeFd.get(), ".config", &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_uid == 0
-        && status.st_gid == 0)
-        ::fchownat(homeFd.get(), ".config", uid, gid, AT_SYMLINK_NOFOLLOW);
-
-    const Descriptor configFd(
-        ::openat(homeFd.get(), ".config", O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (configFd.get() < 0)
+    if (homeFd.get() < 0 || ::fstat(homeFd.get(), &status) != 0 || status.st_uid != uid)
         return;
-    const QByteArray companyName = QFile::encodeName(company);
-    ::fchownat(configFd.get(), companyName.constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
-
-    const Descriptor companyFd(
-        ::openat(configFd.get(), companyName.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (companyFd.get() < 0)
-        return;
-    ::fchownat(companyFd.get(), QFile::encodeName(product).constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
+    // Each folder is opened below the one before without following a link,
+    // and the folder held is what changes owner: never a link, never a file
+    // (a hard link to one of root's would hand over the file itself).
+    const QByteArray names[]
+        = { QByteArrayLiteral(".config"), QFile::encodeName(company), QFile::encodeName(product) };
+    Descriptor folders[3];
+    int parent = homeFd.get();
+    for (int i = 0; i < 3; ++i) {
+        folders[i].reset(
+            ::openat(parent, names[i].constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (folders[i].get() < 0 || ::fstat(folders[i].get(), &status) != 0)
+            return;
+        // Only what root made; a ".config" of another owner or group was
+        // there before and stays as it is.
+        if (status.st_uid == 0 && (i > 0 || status.st_gid == 0))
+            ::fchownat(folders[i].get(), "", uid, gid, AT_EMPTY_PATH);
+        parent = folders[i].get();
+    }
 }

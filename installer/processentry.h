@@ -63,8 +63,10 @@ public:
     // "%s %s %s%s Setup" from the company, product and version.
     static QString instanceIdentifier();
 
-    // Gives the three per-user configuration folders under home to uid:gid
-    // without following symbolic links. Failures are ignored.
+    // Gives the three per-user configuration folders under home to uid:gid,
+    // only when home is uid's own: only folders, each opened below the one
+    // before without following a link, and only what root made. Failures
+    // are ignored.
     static void handBackConfiguration(
         const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid);
 

@@ -396,6 +396,11 @@ class SecondInstance(SetupCase):
 
 @unittest.skipUnless(os.getuid() == 0, "changing owners needs root")
 class HandBack(SetupCase):
+    def setUp(self):
+        super().setUp()
+        # Only a home of the sudo user's own gets anything back.
+        os.chown(self.home, 1234, 4321)
+
     def owner(self, path):
         status = os.lstat(path)
         return status.st_uid, status.st_gid

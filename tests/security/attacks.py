@@ -148,6 +148,67 @@ class Lock(AttackCase):
                 first.communicate()
 
 
+class HandBack(AttackCase):
+    SUDO = {"SUDO_UID": str(NOBODY), "SUDO_GID": str(NOBODY)}
+
+    def plant(self, steps):
+        """Makes what the owner of the home folder (or root) planted in it:
+        ("dir", path, owner), ("link", path, target), ("hardlink", path,
+        target) or ("fifo", path, owner), paths below the home folder."""
+        for kind, name, arg in steps:
+            path = os.path.join(self.home, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            if kind == "dir":
+                os.makedirs(path)
+            elif kind == "link":
+                os.symlink(arg, path)
+            elif kind == "hardlink":
+                os.link(arg, path)
+            else:
+                os.mkfifo(path)
+            if kind in ("dir", "fifo"):
+                # Everything on the way is the planter's.
+                for depth in range(name.count("/") + 1):
+                    os.chown(os.path.join(self.home, *name.split("/")[:depth + 1]), arg, arg)
+
+    def test_nothing_of_roots_is_handed_over(self):
+        config = os.path.join(self.home, ".config")
+        product = os.path.join(config, "Tamrin", PRODUCT)
+        settings = os.path.join(product, "Installer.conf")
+        refused = "error: Cannot use the settings file %s: " % settings
+        # (scenario, owner of the home folder, what stands there, status,
+        # root's folders that must stay root's)
+        scenarios = (
+            ("HOME is root's own", 0, [("dir", ".config/Tamrin/" + PRODUCT, 0)], 0,
+             [config, os.path.dirname(product), product]),
+            ("link at the company folder", NOBODY,
+             [("dir", ".config", NOBODY), ("link", ".config/Tamrin", self.outside)], 1, []),
+            ("hard link at the product folder", NOBODY,
+             [("dir", ".config/Tamrin", NOBODY), ("hardlink", ".config/Tamrin/" + PRODUCT, self.victim)], 1, []),
+            ("FIFO at the settings file", NOBODY,
+             [("dir", ".config/Tamrin/" + PRODUCT, NOBODY), ("fifo", ".config/Tamrin/%s/Installer.conf" % PRODUCT,
+                                                             NOBODY)], 1, []),
+        )
+        for name, owner, steps, status, roots in scenarios:
+            with self.subTest(name):
+                shutil.rmtree(self.destination, ignore_errors=True)
+                self.fresh_home(owner)
+                self.plant(steps)
+                started = time.monotonic()
+                code, out, err = self.setup(["--silent", "--accept-license", "--destination", self.destination],
+                                            env=self.SUDO, timeout=60)
+                elapsed = time.monotonic() - started
+                self.assertEqual(code, status, err)
+                if status:
+                    # Refused at once, before anything was installed.
+                    self.assertLess(elapsed, 5)
+                    self.assertTrue(err.startswith(refused) and err.count("\n") == 1, err)
+                    self.assertFalse(os.path.exists(self.destination))
+                self.assertVictimUntouched()
+                for path in roots:
+                    self.assertEqual(os.lstat(path).st_uid, 0, path)
+
+
 def main():
     if os.geteuid() != 0 or not shutil.which("unshare") or not shutil.which("setpriv"):
         print("skipped: needs root, unshare and setpriv")
