@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <malloc.h>
+#include <new>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,6 +38,12 @@ void printError(const QString &message)
     std::fflush(stdout);
     std::fprintf(stderr, "error: %s\n", message.toLocal8Bit().constData());
     std::fflush(stderr);
+}
+
+// Nothing may end the process without a word, memory running out included.
+QString outOfMemory()
+{
+    return QStringLiteral("out of memory");
 }
 
 void discardMessage(QtMsgType, const QMessageLogContext &, const QString &)
@@ -64,6 +71,16 @@ ProcessEntry::ProcessEntry(int argc, char **argv)
 ProcessEntry::~ProcessEntry() = default;
 
 int ProcessEntry::runConsoleModes()
+{
+    try {
+        return runConsoleModesUnguarded();
+    } catch (const std::bad_alloc &) {
+        printError(outOfMemory());
+    }
+    return 1;
+}
+
+int ProcessEntry::runConsoleModesUnguarded()
 {
     EntryCommandLine options;
     switch (options.parse(m_arguments)) {
@@ -119,6 +136,18 @@ bool ProcessEntry::anotherInstallerRuns(bool raiseIt)
 }
 
 int ProcessEntry::runInstaller(InstallWizardFactory &factory)
+{
+    // As in the console modes. The window and the plan are gone by the time
+    // it arrives here.
+    try {
+        return runInstallerUnguarded(factory);
+    } catch (const std::bad_alloc &) {
+        printError(outOfMemory());
+    }
+    return InstallApplication::Failed;
+}
+
+int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
 {
     macros().setDefaults();
     // The pass runs before any application object: whether the run is silent

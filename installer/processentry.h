@@ -31,6 +31,7 @@ public:
     // First pass over the command line: the help page, "argument expected" and
     // the copy-files mode end the process with the status returned; GoOn
     // otherwise. Creates its own console application object when needed.
+    // Running out of memory ends it with "error: out of memory" and 1.
     int runConsoleModes();
 
     // Before the installer's application object: the environment it needs
@@ -48,7 +49,7 @@ public:
     // answers: then the window shows the agreement alone), the plan, the
     // wizard and the run. Returns the application's result (1 for success)
     // or HandedOver (a window run found another installer; a silent one
-    // fails).
+    // fails). Running out of memory fails with "error: out of memory".
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows
@@ -71,6 +72,8 @@ public:
         const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid);
 
 private:
+    int runConsoleModesUnguarded();
+    int runInstallerUnguarded(InstallWizardFactory &factory);
     int runCopyFilesMode(const class EntryCommandLine &options);
     static void reportInstallationError(InstallWizardInterface *wizard, const QString &message);
 

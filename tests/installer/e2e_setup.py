@@ -3,6 +3,7 @@
 exit status and the disk afterwards. Usage: e2e_setup.py <TestClass>..."""
 
 import os
+import resource
 import shutil
 import signal
 import stat
@@ -527,6 +528,19 @@ class Display(SetupCase):
             first.send_signal(signal.SIGTERM)
             first.communicate(timeout=60)
         self.assertFalse(os.path.exists(os.path.join(self.tmp, "dest")))
+
+
+@unittest.skipIf("ASAN_OPTIONS" in os.environ, "the sanitizers need more address space than the limit")
+class OutOfMemory(SetupCase):
+    def test_error_line_instead_of_abort(self):
+        # A macro that doubles on every pass grows until memory runs out,
+        # soon under a limit on the address space.
+        def limit():
+            resource.setrlimit(resource.RLIMIT_AS, (1 << 28, 1 << 28))
+        result = subprocess.run([SETUP, "--silent", "--accept-license", "--set", "X=$(X)$(X)", "--destination",
+                                 "$(X)"], cwd=self.tmp, env=self.environment(), stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=limit, timeout=120)
+        self.assertEqual((result.returncode, result.stderr), (1, b"error: out of memory\n"))
 
 
 if __name__ == "__main__":
