@@ -118,10 +118,14 @@ class Lock(AttackCase):
                 shutil.rmtree(self.destination, ignore_errors=True)
                 self.fresh_home(uid)
                 holder = self.hold_lock(lock(), attacker)
-                code, out, err = self.setup(args, uid=uid, env=env)
-                self.assertEqual((code, err), (0, ""))
-                self.assertTrue(os.path.isfile(os.path.join(destination, "bin", "Quilmor")))
-                self.assertIsNone(holder.poll())
+                try:
+                    code, out, err = self.setup(args, uid=uid, env=env)
+                    self.assertEqual((code, err), (0, ""))
+                    self.assertTrue(os.path.isfile(os.path.join(destination, "bin", "Quilmor")))
+                    self.assertIsNone(holder.poll())
+                finally:
+                    holder.kill()
+                    holder.wait()
 
     def test_overlapping_silent_runs(self):
         # The first waits at the agreement question, so it surely runs.
