@@ -456,9 +456,7 @@ def main():
     if os.geteuid() != 0:
         print("skipped: needs root for a private mount namespace")
         return 77
-    if os.environ.get("SETUP_E2E_PRIVATE") != "1":
-        env = dict(os.environ, SETUP_E2E_PRIVATE="1")
-        os.execvpe("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable] + sys.argv, env)
+    e2e_install.enter_private_namespace()
     program = unittest.main(argv=[sys.argv[0], "-v"] + sys.argv[1:], exit=False)
     return 0 if program.result.wasSuccessful() else 1
 

@@ -35,7 +35,8 @@ private slots:
 
 void tst_HandBack::handBack_data()
 {
-    QTest::addColumn<QStringList>("layout"); // "d path", "l path target" or "c path uid:gid"
+    // The home folder is the user's unless a step gives it back to root.
+    QTest::addColumn<QStringList>("layout"); // "d path", "l path target", "h path target" or "c path uid:gid"
     QTest::addColumn<QStringList>("owners"); // "path owner" after the hand-back
 
     const QString user = QStringLiteral("%1:%2").arg(User).arg(Group);
@@ -51,16 +52,24 @@ void tst_HandBack::handBack_data()
     QTest::newRow("missing folders ignored")
         << QStringList { "d .config" } << QStringList { ".config " + user };
     QTest::newRow("nothing there") << QStringList {} << QStringList { ".config -" };
-    QTest::newRow("company link not followed")
-        << QStringList { "d .config", "d outside", "d outside/Prod", "l .config/Co ../outside" }
-        << QStringList { ".config/Co " + user, "outside " + root, "outside/Prod " + root };
-    QTest::newRow("product link not followed") << QStringList { "d .config", "d .config/Co", "d outside",
-        "l .config/Co/Prod ../../outside" } << QStringList { ".config/Co/Prod " + user, "outside " + root };
-    // The link itself is handed over; what it points at never is.
-    QTest::newRow("config link not followed")
-        << QStringList { "d outside", "d outside/Co", "d outside/Co/Prod", "l .config outside" }
-        << QStringList { ".config " + user, "outside " + root, "outside/Co " + root,
-               "outside/Co/Prod " + root };
+    // HOME pointing at root's own folders.
+    QTest::newRow("home of another user")
+        << QStringList { "c . 0:0", "d .config", "d .config/Co", "d .config/Co/Prod" }
+        << QStringList { ".config " + root, ".config/Co " + root, ".config/Co/Prod " + root };
+    // Links are neither followed nor handed over themselves.
+    QTest::newRow("company link") << QStringList {
+        "d .config", "d outside", "d outside/Prod", "l .config/Co ../outside"
+    } << QStringList { ".config/Co " + root, "outside " + root, "outside/Prod " + root };
+    QTest::newRow("product link") << QStringList { "d .config", "d .config/Co", "d outside",
+        "l .config/Co/Prod ../../outside" }
+                                  << QStringList { ".config/Co/Prod " + root, "outside " + root };
+    QTest::newRow("config link") << QStringList { "d outside", "d outside/Co", "d outside/Co/Prod",
+        "l .config outside" }
+                                 << QStringList { ".config " + root, "outside " + root, "outside/Co " + root,
+                                        "outside/Co/Prod " + root };
+    // A file of root's linked in where a folder belongs.
+    QTest::newRow("product hard link") << QStringList { "d .config", "d .config/Co", "f secret",
+        "h .config/Co/Prod secret" } << QStringList { ".config/Co " + user, "secret " + root };
 }
 
 void tst_HandBack::handBack()
@@ -72,13 +81,19 @@ void tst_HandBack::handBack()
 
     QTemporaryDir home;
     QVERIFY(home.isValid());
+    QVERIFY(::chown(QFile::encodeName(home.path()).constData(), User, Group) == 0);
     for (const QString &step : layout) {
         const QStringList parts = step.split(QLatin1Char(' '));
         const QByteArray path = QFile::encodeName(home.filePath(parts.at(1)));
         if (parts.at(0) == QLatin1String("d")) {
             QVERIFY(QDir().mkpath(home.filePath(parts.at(1))));
+        } else if (parts.at(0) == QLatin1String("f")) {
+            QFile file(home.filePath(parts.at(1)));
+            QVERIFY(file.open(QIODevice::WriteOnly));
         } else if (parts.at(0) == QLatin1String("l")) {
             QVERIFY(::symlink(QFile::encodeName(parts.at(2)).constData(), path.constData()) == 0);
+        } else if (parts.at(0) == QLatin1String("h")) {
+            QVERIFY(::link(QFile::encodeName(home.filePath(parts.at(2))).constData(), path.constData()) == 0);
         } else {
             const QStringList ids = parts.at(2).split(QLatin1Char(':'));
             QVERIFY(::chown(path.constData(), ids.at(0).toUInt(), ids.at(1).toUInt()) == 0);

@@ -6,6 +6,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 class tst_InstallSingleInstance : public QObject
@@ -22,16 +25,27 @@ private slots:
     void lockNeverExpiresWhileHeld();
     void fileLeftByAKilledInstallerDoesNotBlock_data();
     void fileLeftByAKilledInstallerDoesNotBlock();
+    void squattedLockObeyedOnlyInAPrivateFolder_data();
+    void squattedLockObeyedOnlyInAPrivateFolder();
 
 private:
+    QString lockPath(const QString &identifier, const QString &folder) const;
+
     QTemporaryDir m_temporary;
+    // Where the guards of this test keep their locks (made by the first).
+    QString m_folder;
 };
 
 void tst_InstallSingleInstance::initTestCase()
 {
-    // Lock files and sockets go to the temporary folder: keep them in ours.
     QVERIFY(m_temporary.isValid());
-    qputenv("TMPDIR", QFile::encodeName(m_temporary.path()));
+    m_folder = m_temporary.filePath(QStringLiteral("locks"));
+}
+
+QString tst_InstallSingleInstance::lockPath(const QString &identifier, const QString &folder) const
+{
+    const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
+    return folder + QStringLiteral("/setup-%1.lock").arg(QString::fromLatin1(hash.left(16)));
 }
 
 void tst_InstallSingleInstance::identifier()
@@ -49,11 +63,11 @@ void tst_InstallSingleInstance::secondInstanceSendsMessage_data()
 void tst_InstallSingleInstance::secondInstanceSendsMessage()
 {
     QFETCH(QString, message);
-    InstallSingleInstance first(QStringLiteral("tst identifier"));
+    InstallSingleInstance first(QStringLiteral("tst identifier"), m_folder);
     QVERIFY(!first.isRunning());
     QSignalSpy received(&first, &InstallSingleInstance::messageReceived);
 
-    InstallSingleInstance second(QStringLiteral("tst identifier"));
+    InstallSingleInstance second(QStringLiteral("tst identifier"), m_folder);
     QVERIFY(second.isRunning());
     QVERIFY(second.sendMessage(message, 5000));
     QVERIFY(received.wait());
@@ -63,8 +77,8 @@ void tst_InstallSingleInstance::secondInstanceSendsMessage()
 
 void tst_InstallSingleInstance::otherIdentifierRunsOnItsOwn()
 {
-    InstallSingleInstance first(QStringLiteral("tst one"));
-    InstallSingleInstance other(QStringLiteral("tst two"));
+    InstallSingleInstance first(QStringLiteral("tst one"), m_folder);
+    InstallSingleInstance other(QStringLiteral("tst two"), m_folder);
     QVERIFY(!first.isRunning());
     QVERIFY(!other.isRunning());
 }
@@ -72,27 +86,27 @@ void tst_InstallSingleInstance::otherIdentifierRunsOnItsOwn()
 void tst_InstallSingleInstance::lockReleasedWithTheGuard()
 {
     {
-        InstallSingleInstance first(QStringLiteral("tst again"));
+        InstallSingleInstance first(QStringLiteral("tst again"), m_folder);
         QVERIFY(!first.isRunning());
     }
-    InstallSingleInstance next(QStringLiteral("tst again"));
+    InstallSingleInstance next(QStringLiteral("tst again"), m_folder);
     QVERIFY(!next.isRunning());
 }
 
 void tst_InstallSingleInstance::lockNeverExpiresWhileHeld()
 {
     // An installer waiting at a page for an hour still holds its identifier.
-    InstallSingleInstance first(QStringLiteral("tst long run"));
+    InstallSingleInstance first(QStringLiteral("tst long run"), m_folder);
     QVERIFY(!first.isRunning());
-    const QStringList locks = QDir(m_temporary.path()).entryList({ QStringLiteral("*.lock") }, QDir::Files);
+    const QStringList locks = QDir(m_folder).entryList({ QStringLiteral("*.lock") }, QDir::Files);
     QVERIFY(!locks.isEmpty());
     for (const QString &name : locks) {
-        QFile lock(m_temporary.filePath(name));
+        QFile lock(m_folder + QLatin1Char('/') + name);
         QVERIFY(lock.open(QIODevice::ReadWrite));
         QVERIFY(lock.setFileTime(
             QDateTime::currentDateTimeUtc().addSecs(-3600), QFileDevice::FileModificationTime));
     }
-    InstallSingleInstance second(QStringLiteral("tst long run"));
+    InstallSingleInstance second(QStringLiteral("tst long run"), m_folder);
     QVERIFY(second.isRunning());
 }
 
@@ -112,14 +126,55 @@ void tst_InstallSingleInstance::fileLeftByAKilledInstallerDoesNotBlock()
     const QString identifier = QStringLiteral("tst killed ") + QString::fromLatin1(QTest::currentDataTag());
     // The file a killed installer left, just made: nobody holds it, whatever
     // stands in it.
-    const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
-    QFile lock(m_temporary.filePath(
-        QStringLiteral("setup-%1-%2.lock").arg(QString::fromLatin1(hash.left(16))).arg(::getuid())));
+    QVERIFY(QDir().mkpath(m_folder));
+    QFile lock(lockPath(identifier, m_folder));
     QVERIFY(lock.open(QIODevice::WriteOnly | QIODevice::Truncate));
     QCOMPARE(lock.write(content), content.size());
     lock.close();
-    InstallSingleInstance next(identifier);
+    InstallSingleInstance next(identifier, m_folder);
     QVERIFY(!next.isRunning());
+}
+
+void tst_InstallSingleInstance::squattedLockObeyedOnlyInAPrivateFolder_data()
+{
+    QTest::addColumn<QString>("change"); // what differs from a private folder of this user's own
+    QTest::addColumn<bool>("obeyed");
+    QTest::newRow("private folder") << QString() << true;
+    QTest::newRow("folder open to others") << QStringLiteral("mode 0755") << false;
+    QTest::newRow("link to a private folder") << QStringLiteral("link") << false;
+    QTest::newRow("folder of another user") << QStringLiteral("folder owner") << false;
+    QTest::newRow("lock file of another user") << QStringLiteral("lock owner") << false;
+}
+
+void tst_InstallSingleInstance::squattedLockObeyedOnlyInAPrivateFolder()
+{
+    QFETCH(QString, change);
+    QFETCH(bool, obeyed);
+    if (change.endsWith(QLatin1String("owner")) && ::geteuid() != 0)
+        QSKIP("giving files away needs root");
+    const QString identifier = QStringLiteral("tst squatted");
+    const QTemporaryDir scratch(m_temporary.filePath(QStringLiteral("squat-XXXXXX")));
+    const QString real = scratch.filePath(QStringLiteral("real"));
+    QVERIFY(QDir().mkdir(real)
+        && QFile::setPermissions(real, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    // Somebody holds a lock file where the guard would look.
+    const int squatter
+        = ::open(QFile::encodeName(lockPath(identifier, real)).constData(), O_RDWR | O_CREAT, 0600);
+    QVERIFY(squatter >= 0 && ::flock(squatter, LOCK_EX | LOCK_NB) == 0);
+    QString folder = real;
+    if (change == QLatin1String("mode 0755")) {
+        QVERIFY(::chmod(QFile::encodeName(real).constData(), 0755) == 0);
+    } else if (change == QLatin1String("link")) {
+        folder = scratch.filePath(QStringLiteral("link"));
+        QVERIFY(QFile::link(real, folder));
+    } else if (change == QLatin1String("folder owner")) {
+        QVERIFY(::chown(QFile::encodeName(real).constData(), 12345, 12345) == 0);
+    } else if (change == QLatin1String("lock owner")) {
+        QVERIFY(::fchown(squatter, 12345, 12345) == 0);
+    }
+    InstallSingleInstance guard(identifier, folder);
+    ::close(squatter);
+    QCOMPARE(guard.isRunning(), obeyed);
 }
 
 QTEST_GUILESS_MAIN(tst_InstallSingleInstance)

@@ -274,7 +274,8 @@ void tst_InstallSystemItems::settingKeyCheck()
 
     macros().set(QStringLiteral("AltArch"), QStringLiteral("-x"));
     {
-        InstallSettingsStore store(QStringLiteral("Tamrin/Tamrin Calvra for ARM/Installer/5.50a-x"));
+        InstallSettingsStore store(
+            QStringLiteral("Tamrin/Tamrin Calvra for ARM/Installer/5.50a-x"), InstallSettingsStore::Writing);
         for (const QString &value : present)
             store.setValue(value.section(QLatin1Char('='), 0, 0),
                 value.contains(QLatin1Char('=')) ? QString() : QStringLiteral("/somewhere"));
