@@ -4,7 +4,9 @@ Usage: test_packarchive.py PATH-TO-packarchive
 """
 import os
 import random
+import resource
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
@@ -216,6 +218,34 @@ class BoundedMemory(unittest.TestCase):
             with open(os.path.join(out, "bin", "flash.img"), "rb") as f:
                 for chunk in iter(lambda: f.read(1 << 20), b""):
                     self.assertEqual(chunk.count(b"\xff"), len(chunk))
+
+    def test_tables_refused(self):
+        # A table that would take more memory than the installer may is
+        # refused before it does, however few bytes it is compressed into.
+        named = struct.pack("<HIIIi", 0xFFFF, 0, 0, 0o100644, 0) + b"a" * 0xFFFF
+        rows = [
+            ("20 million empty records, bzip2", 20_000_000, bytes(18), 1),
+            ("20 million empty records, zlib", 20_000_000, bytes(18), 0),
+            ("2,000 names of 64 KiB, bzip2", 2000, named, 1),
+        ]
+        with tempfile.TemporaryDirectory() as tmp:
+            archive = os.path.join(tmp, "table.pa")
+            report = os.path.join(tmp, "time")
+            for label, count, record, kind in rows:
+                with self.subTest(label):
+                    with open(archive, "wb") as f:
+                        f.write(fmt.write_repeated(count, record, kind))
+                    # /usr/bin/time forks packarchive from a small process of
+                    # its own; a minute of processor time ends a run that hangs.
+                    result = subprocess.run(["/usr/bin/time", "-f", "%M %e", "-o", report,
+                                             PACKARCHIVE, "verify", archive], capture_output=True, text=True,
+                                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (60, 60)))
+                    self.assertEqual((result.returncode, result.stderr), (1, "error: bad table of contents\n"))
+                    with open(report) as f:
+                        peak, seconds = f.read().split()[-2:]
+                    self.assertLess(float(seconds), 5)
+                    if "ASAN_OPTIONS" not in os.environ:
+                        self.assertLess(int(peak), 64 << 10)
 
 
 if __name__ == "__main__":
