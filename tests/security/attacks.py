@@ -15,6 +15,7 @@ import subprocess
 import sys
 import time
 import unittest
+import xml.etree.ElementTree as ElementTree
 
 sys.path.insert(0, os.path.join(os.environ.get("SETUP_SOURCE_DIR", ""), "tests", "installer"))
 import e2e_install  # noqa: E402
@@ -56,11 +57,11 @@ class AttackCase(PrivateSystemCase):
             f.write(b"root's own\n")
         os.chmod(self.victim, 0o600)
 
-    def setup(self, args, uid=0, env=None, timeout=120):
+    def setup(self, args, uid=0, env=None, timeout=120, program=None):
         """Setup from the medium as root or as uid; status None when it did
         not end within timeout seconds (it is killed)."""
         prefix = as_user(uid) if uid else ()
-        command = list(prefix) + [os.path.join(e2e_install.MEDIUM, "Setup")] + list(args)
+        command = list(prefix) + [program or os.path.join(e2e_install.MEDIUM, "Setup")] + list(args)
         try:
             result = subprocess.run(command, cwd=self.tmp, env=self.environment(env), stdin=subprocess.DEVNULL,
                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout)
@@ -211,6 +212,159 @@ class HandBack(AttackCase):
                 self.assertVictimUntouched()
                 for path in roots:
                     self.assertEqual(os.lstat(path).st_uid, 0, path)
+
+SWAPPER = ("import ctypes, os, sys, time\n"
+           "libc = ctypes.CDLL(None, use_errno=True)\n"
+           "a, b = (os.fsencode(p) for p in sys.argv[1:3])\n"
+           "print('swapping', flush=True)\n"
+           "while True:\n"
+           "    libc.renameat2(-100, a, -100, b, 2)\n"
+           "    time.sleep(0.0005)\n")
+
+
+class Record(AttackCase):
+    """A record root did not write, or one edited to name files outside the
+    destination, never makes root delete, copy or keep a setuid bit."""
+
+    def installed(self, destination):
+        code, out, err = self.setup(["--silent", "--accept-license", "--destination", destination])
+        self.assertEqual((code, err), (0, ""))
+        return os.path.join(destination, "bin", "IConf.xml")
+
+    def test_crafted_record(self):
+        public = os.path.join(self.tmp, "pub")
+        squatted = os.path.join(public, "calvra")
+        # (scenario, maintenance arguments, how the record is crafted, the
+        # message expected on standard error)
+        def outside_name(record):
+            tree = ElementTree.parse(record)
+            files = tree.getroot().find(".//files")
+            ElementTree.SubElement(files, "file", name="../../outside/victim")
+            tree.write(record)
+
+        def squat(record, owner_of_file, owner_of_folder):
+            # Another user made the destination, its bin folder and a record
+            # naming root's file and its own tree as the medium.
+            shutil.copytree(os.path.dirname(record), os.path.join(squatted, "bin"))
+            forged = os.path.join(squatted, "bin", "IConf.xml")
+            tree = ElementTree.parse(forged)
+            tree.getroot().set("dest_dir", squatted)
+            tree.getroot().set("src_dir", self.outside)
+            tree.write(forged)
+            for path, owner in ((public, NOBODY), (squatted, NOBODY), (os.path.dirname(forged), owner_of_folder),
+                                (forged, owner_of_file)):
+                os.chown(path, owner, owner)
+            return forged
+
+        untrusted = "error: Cannot trust the installation record %s: " % os.path.join(squatted, "bin", "IConf.xml")
+        scenarios = (
+            ("a name leading outside, removed", ["--remove"], outside_name, self.destination, None),
+            ("a name leading outside, repaired", ["--repair"], outside_name, self.destination, None),
+            ("another user's record", ["--accept-license"], lambda r: squat(r, NOBODY, NOBODY), squatted,
+             untrusted + "it belongs to user %d, not root. its folder belongs to user %d, not root.\n"
+             % (NOBODY, NOBODY)),
+            ("root's record in another user's folder, repaired", ["--repair"], lambda r: squat(r, 0, NOBODY),
+             squatted, untrusted + "its folder belongs to user %d, not root.\n" % NOBODY),
+            ("another user's record, removed", ["--remove"], lambda r: squat(r, NOBODY, 0), squatted,
+             untrusted + "it belongs to user %d, not root.\n" % NOBODY),
+        )
+        for name, args, craft, destination, message in scenarios:
+            with self.subTest(name):
+                shutil.rmtree(self.destination, ignore_errors=True)
+                shutil.rmtree(public, ignore_errors=True)
+                os.makedirs(public)
+                craft(self.installed(self.destination))
+                before = e2e_install.files_below(destination)
+                code, out, err = self.setup(["--silent", "--destination", destination] + args)
+                self.assertVictimUntouched()
+                if message:
+                    self.assertEqual((code, err), (1, message))
+                    self.assertEqual(e2e_install.files_below(destination), before)
+
+    def test_no_setuid_bit_from_a_folder_medium(self):
+        medium = os.path.join(self.tmp, "medium")
+        shutil.copytree(e2e_install.MEDIUM, medium, symlinks=True)
+        program = os.path.join("bin", "Quilmor")
+        os.chmod(os.path.join(medium, program), 0o6755)
+        code, out, err = self.setup(["--silent", "--accept-license", "--destination", self.destination],
+                                    program=os.path.join(medium, "Setup"))
+        self.assertEqual((code, err), (0, ""))
+        self.assertEqual(stat.S_IMODE(os.stat(os.path.join(self.destination, program)).st_mode), 0o755)
+
+
+class Race(AttackCase):
+    """The owner of the destination's parent swaps the destination for a link
+    to root's tree as fast as it can while root installs and removes."""
+
+    RUNS = 10  # of each kind
+
+    def setUp(self):
+        super().setUp()
+        self.parent = os.path.join(self.tmp, "pub")
+        os.makedirs(self.parent)
+        os.chown(self.parent, NOBODY, NOBODY)
+        self.destination = os.path.join(self.parent, "calvra")
+        self.swap = os.path.join(self.parent, "swap")
+        # Root's own tree, shaped like an installation so every name the
+        # installer writes or deletes has a twin there.
+        self.target = os.path.join(self.outside, "tree")
+        code, out, err = self.setup(["--silent", "--accept-license", "--destination", self.target])
+        self.assertEqual((code, err), (0, ""))
+        self.tree = self.snapshot(self.target)
+
+    def snapshot(self, folder):
+        return {name: e2e_install.read(os.path.join(folder, name)) for name in e2e_install.files_below(folder)}
+
+    def clear(self):
+        for path in (self.destination, self.swap):
+            if os.path.islink(path):
+                os.unlink(path)
+            else:
+                shutil.rmtree(path, ignore_errors=True)
+
+    def swapping(self):
+        """Starts the attacker; the destination's name keeps changing places
+        with a link of the attacker's to root's tree."""
+        os.symlink(self.target, self.swap)
+        os.lchown(self.swap, NOBODY, NOBODY)
+        attacker = subprocess.Popen(as_user(NOBODY) + (sys.executable, "-c", SWAPPER, self.destination, self.swap),
+                                    stdout=subprocess.PIPE, text=True)
+        self.assertEqual(attacker.stdout.readline(), "swapping\n")
+        return attacker
+
+    def stop(self, attacker):
+        attacker.kill()
+        attacker.communicate()
+
+    def assertOutcome(self, code, err):
+        """Either the run got through or it stopped at the link with the
+        usual failure; never anything written or deleted in root's tree."""
+        self.assertIn(code, (0, 1), err)
+        if code:
+            self.assertRegex(err, r"(Cannot create folder|Cannot copy file|cannot be|error:)", err)
+        self.assertEqual(self.snapshot(self.target), self.tree)
+        self.assertEqual(os.listdir(self.outside), ["tree", "victim"] if os.path.exists(self.victim) else ["tree"])
+
+    def test_swapped_during_install_and_removal(self):
+        # (when the attacker starts, the run it races)
+        scenarios = (("install", ["--accept-license"]), ("removal", ["--remove"]))
+        outcomes = []
+        for name, args in scenarios:
+            for run in range(self.RUNS):
+                self.clear()
+                if name == "removal":
+                    code, out, err = self.setup(["--silent", "--accept-license", "--destination", self.destination])
+                    self.assertEqual((code, err), (0, ""))
+                attacker = self.swapping()
+                try:
+                    code, out, err = self.setup(["--silent", "--destination", self.destination] + args)
+                finally:
+                    self.stop(attacker)
+                outcomes.append((name, code))
+                with self.subTest(name, run=run):
+                    self.assertOutcome(code, err)
+        print("swapped runs (kind, status): %s" % sorted((o, outcomes.count(o)) for o in set(outcomes)),
+              file=sys.stderr)
 
 
 def main():
