@@ -5,7 +5,26 @@
 #include "core/macrotable.h"
 #include "core/places.h"
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The record and the menu entry keep the destination, and are read from
+// other folders later: it is made absolute now. An empty one would install
+// into the root folder.
+QString absoluteDestination(const QString &folder)
+{
+    if (folder.trimmed().isEmpty())
+        throw HException(QStringLiteral("The destination given with --destination is empty"));
+    return QDir::cleanPath(QDir::current().absoluteFilePath(folder));
+}
+
+} // namespace
 
 void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
 {
@@ -40,7 +59,7 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
             if (equals > 0)
                 table.set(assignment.left(equals), assignment.mid(equals + 1));
         } else if (option == QLatin1String("--destination")) {
-            table.set(QStringLiteral("DestDir"), table.expand(value(i)));
+            table.set(QStringLiteral("DestDir"), absoluteDestination(table.expand(value(i))));
         } else if (option == QLatin1String("--user-mode-install")) {
             m_rootRequired = false;
             table.setPath(QStringLiteral("OSAppDir"), Places::userDataFolder());
@@ -48,9 +67,6 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
             throw HException(QStringLiteral("Unknown command line option: '") + option + QLatin1Char('\''));
         }
     }
-
-    if (m_rootRequired && !Console::isAdministrator())
-        throw HException(QStringLiteral("The installer must be run as root"));
 
     m_mode = InstallMode::Typical;
     const QString program = QFileInfo(arguments.value(0)).fileName();
@@ -62,6 +78,31 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
         m_mode = InstallMode::Remove;
     else if (m_repair)
         m_mode = InstallMode::Repair;
+
+    // A user maintains an installation of its own as it was made: in user
+    // mode, without having to remember the option.
+    const bool maintenance
+        = m_mode == InstallMode::Modify || m_mode == InstallMode::Repair || m_mode == InstallMode::Remove;
+    if (m_rootRequired && !Console::isAdministrator() && maintenance && ownsInstallation(table)) {
+        m_rootRequired = false;
+        table.setPath(QStringLiteral("OSAppDir"), Places::userDataFolder());
+    }
+    if (m_rootRequired && !Console::isAdministrator())
+        throw HException(QStringLiteral("The installer must be run as root"));
+}
+
+bool InstallCommandLine::ownsInstallation(const MacroTable &table)
+{
+    // The record beside the running copy, else the one under the destination.
+    const QString records[]
+        = { QFileInfo(Places::executablePath()).absolutePath() + QStringLiteral("/IConf.xml"),
+              table.expand(QStringLiteral("$(DestDir)/bin/IConf.xml")) };
+    for (const QString &record : records) {
+        struct stat status;
+        if (::lstat(QFile::encodeName(record).constData(), &status) == 0)
+            return S_ISREG(status.st_mode) && status.st_uid == ::getuid();
+    }
+    return false;
 }
 
 qint64 InstallCommandLine::dataOffset() const

@@ -21,14 +21,17 @@ public:
 
     // Walks the arguments after the program path, applying "--set",
     // "--destination" and "--user-mode-install" to the table as it goes, then
-    // checks root. Throws HException with "Unknown command line option: '...'"
+    // checks root. A user who is not root and owns the record of the
+    // installation to modify, repair or remove maintains it in user mode.
+    // Throws HException with "Unknown command line option: '...'"
     // or "The installer must be run as root"; nothing has been installed then.
     void parse(const QStringList &arguments, MacroTable &table);
 
     int runFlags() const { return m_runFlags; }
     bool isSilent() const { return m_runFlags & Silent; }
     bool licenceAccepted() const { return m_runFlags & LicenceAccepted; }
-    // Starts true; "--user-mode-install" clears it.
+    // Starts true; "--user-mode-install", or maintaining one's own
+    // installation, clears it.
     bool rootRequired() const { return m_rootRequired; }
     InstallMode::Mode mode() const { return m_mode; }
     // With a data file the medium is a package archive at dataOffset(),
@@ -39,6 +42,8 @@ public:
     qint64 dataOffset() const;
 
 private:
+    static bool ownsInstallation(const MacroTable &table);
+
     int m_runFlags = 0;
     bool m_rootRequired = true;
     bool m_modify = false;

@@ -1,6 +1,7 @@
 #include "core/places.h"
 
 #include <QCoreApplication>
+#include <QByteArray>
 #include <QStringList>
 
 #include <cstdlib>
@@ -10,11 +11,16 @@ namespace Places {
 
 QString executablePath()
 {
-    char buffer[1024];
-    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer);
-    if (length < 0 || length >= ssize_t(sizeof buffer))
-        return QCoreApplication::arguments().value(0);
-    return QString::fromLocal8Bit(buffer, int(length));
+    // The link's target may be as long as any path; grow until it fits.
+    QByteArray buffer(256, Qt::Uninitialized);
+    for (;;) {
+        const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), size_t(buffer.size()));
+        if (length < 0)
+            return QCoreApplication::instance() ? QCoreApplication::applicationFilePath() : QString();
+        if (length < buffer.size())
+            return QString::fromLocal8Bit(buffer.constData(), int(length));
+        buffer.resize(buffer.size() * 2);
+    }
 }
 
 QString temporaryFolder()

@@ -44,7 +44,11 @@ void CopyFilesMode::run()
 
 void CopyFilesMode::checkDestination()
 {
-    m_destination = expandMacros(m_options.copyDestination()) + QStringLiteral("/bin");
+    const QString folder = expandMacros(m_options.copyDestination());
+    // Nothing given would otherwise mean the system's own "/bin".
+    if (folder.trimmed().isEmpty())
+        throw HException(QStringLiteral("destination directory must not be empty"));
+    m_destination = folder + QStringLiteral("/bin");
     if (QDir::isRelativePath(m_destination))
         throw HException(QStringLiteral("destination directory must be an absolute path"));
 }

@@ -336,7 +336,7 @@ void InstallApplication::onCancelClicked(int id)
                 "to continue.");
         const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
             expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
-            InstallQuestion::No);
+            InstallQuestion::Yes);
         if (answer != InstallQuestion::Yes)
             return;
         if (running && m_operationRunning) {
@@ -393,8 +393,10 @@ bool InstallApplication::perform(Operation operation)
             succeeded = walk(operation);
         } catch (const InstallShutdownException &) {
             stopped = true;
-        } catch (const InstallUserCancelException &) {
-            failure = cancelledMessage(m_mode);
+        } catch (const InstallUserCancelException &e) {
+            // Silently nobody chose to stop: the failure that stopped the run is the news.
+            failure
+                = (m_runFlags & Silent) && !e.failure().isEmpty() ? e.failure() : cancelledMessage(m_mode);
         } catch (const InstallException &e) {
             failure = e.message();
         } catch (const HException &e) {

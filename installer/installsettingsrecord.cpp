@@ -74,18 +74,22 @@ QString InstallSettingsRecord::defaultPath()
     return expandMacros(QStringLiteral("$(InstallerDir)/IConf.xml"));
 }
 
-bool InstallSettingsRecord::readTrusted(const QString &path, QByteArray &content)
+QString InstallSettingsRecord::readTrusted(const QString &path, QByteArray &content)
 {
     const QFileInfo info(path);
     const HeldFolder folder = HeldFolder::open(info.absolutePath());
     if (!folder.isValid())
-        return false;
+        return errno == ENOENT ? QStringLiteral("there is none")
+                               : QStringLiteral("its folder cannot be opened");
     const Descriptor file(::openat(folder.fd(), QFile::encodeName(info.fileName()).constData(),
         O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file.get() < 0)
+        return errno == ENOENT ? QStringLiteral("there is none") : QStringLiteral("it cannot be opened");
     struct stat status;
-    if (file.get() < 0 || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)
-        || status.st_size > MaxSize)
-        return false;
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return QStringLiteral("it is not a file");
+    if (status.st_size > MaxSize)
+        return QStringLiteral("it is too large");
     // Root obeys only a record that nobody else could have written.
     struct stat folderStatus;
     if (::geteuid() == 0 && ::fstat(folder.fd(), &folderStatus) == 0) {
@@ -102,10 +106,10 @@ bool InstallSettingsRecord::readTrusted(const QString &path, QByteArray &content
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            return false;
+            return QStringLiteral("it cannot be read");
         done += got;
     }
-    return true;
+    return QString();
 }
 
 bool InstallSettingsRecord::save(const QString &path) const
@@ -136,8 +140,11 @@ bool InstallSettingsRecord::save(const QString &path) const
 bool InstallSettingsRecord::load(const QString &path) const
 {
     QByteArray content;
-    if (!readTrusted(path, content))
+    m_failure = readTrusted(path, content);
+    if (!m_failure.isEmpty())
         return false;
+    // Whatever else is wrong below, the file is not a record this installer wrote.
+    m_failure = QStringLiteral("it is damaged");
     QDomDocument document;
     if (!document.setContent(content))
         return false;
@@ -177,5 +184,6 @@ bool InstallSettingsRecord::load(const QString &path) const
             programFolderDir.section(QLatin1Char('/'), -1, -1, QString::SectionSkipEmpty));
     }
     state.apply();
+    m_failure.clear();
     return true;
 }

@@ -38,11 +38,16 @@ public:
     // another plan. Run as root, throws HException naming the file when it
     // or its folder belongs to another user or others may write to it.
     bool load(const QString &path) const;
+    // Why the last load failed, as the end of "the record PATH: ...":
+    // "there is none", "it is damaged", ...
+    const QString &failure() const { return m_failure; }
 
 private:
     // A record larger than this is no record this installer wrote.
     static constexpr qint64 MaxSize = qint64(16) << 20;
-    static bool readTrusted(const QString &path, QByteArray &content);
+    // Empty when the content was read, else why not.
+    static QString readTrusted(const QString &path, QByteArray &content);
 
     InstallConfigurationList *m_list;
+    mutable QString m_failure;
 };

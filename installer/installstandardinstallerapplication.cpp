@@ -1,6 +1,7 @@
 #include "installer/installstandardinstallerapplication.h"
 
 #include "core/hexception.h"
+#include "core/installquestion.h"
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
@@ -8,6 +9,7 @@
 #include "installer/installwizardinterface.h"
 #include "plan/installconfigurationlist.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
 
@@ -51,11 +53,15 @@ QString InstallStandardInstallerApplication::recordPath()
     return InstallSettingsRecord::defaultPath();
 }
 
-bool InstallStandardInstallerApplication::readRecord(const QString &path)
+bool InstallStandardInstallerApplication::readRecord(const QString &path, QString *failure)
 {
     const QString sourceBefore = expandMacros(QStringLiteral("$(SrcDir)"));
-    if (!InstallSettingsRecord(list()).load(path))
+    const InstallSettingsRecord record(list());
+    if (!record.load(path)) {
+        if (failure)
+            *failure = record.failure();
         return false;
+    }
     qCInfo(lcApplication) << "Read the installation record" << path;
     if (expandMacros(QStringLiteral("$(SrcDir)")) != sourceBefore)
         followSourceFolder();
@@ -265,6 +271,18 @@ void InstallStandardInstallerApplication::afterLicence()
 
 void InstallStandardInstallerApplication::afterDestination()
 {
+    // The field may hold anything typed: nothing would mean the root folder,
+    // and a relative folder would be recorded as such and meet another
+    // folder when read later from elsewhere.
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    if (destination.trimmed().isEmpty()) {
+        wizard()->question()->ask(expandMacros(QStringLiteral("$(Product) Setup")),
+            expandMacros(QStringLiteral("Please enter the folder to install $(Product) in.")),
+            InstallQuestion::Ok, InstallQuestion::Ok);
+        return;
+    }
+    macros().setPath(
+        QStringLiteral("DestDir"), QDir::cleanPath(QDir::current().absoluteFilePath(destination)));
     if (readRecord(recordPath())) {
         setMode(InstallMode::Upgrade);
         checkInstallation();
@@ -340,18 +358,25 @@ bool InstallStandardInstallerApplication::locateInstallation()
         : QFileInfo(Places::executablePath()).absolutePath() + QStringLiteral("/IConf.xml");
     if (!QFileInfo::exists(path))
         path = recordPath();
-    readRecord(path);
-    if (!expandMacros(QStringLiteral("$(DestDir)")).isEmpty())
-        return true;
-    if (!wizard()) {
-        throw HException(QStringLiteral("Cannot find the $(Product) installation: no record at ") + path
-            + QStringLiteral("; name its folder with --destination"));
+    if (!QFileInfo::exists(path) && wizard()) {
+        const QString folder
+            = wizard()->chooseFolder(expandMacros(QStringLiteral("Please locate $(Product) folder.\n")),
+                expandMacros(QStringLiteral("$(DestDir)")));
+        if (folder.isEmpty())
+            return false;
+        macros().set(QStringLiteral("DestDir"), folder);
+        path = recordPath();
     }
-    const QString folder
-        = wizard()->chooseFolder(expandMacros(QStringLiteral("Please locate $(Product) folder.\n")),
-            expandMacros(QStringLiteral("$(DestDir)")));
-    if (folder.isEmpty())
-        return false;
-    macros().set(QStringLiteral("DestDir"), folder);
+    // Maintaining an installation that cannot be read would report work
+    // that was never done.
+    const QString hint = wizard() ? QString() : QStringLiteral("; name its folder with --destination");
+    if (!QFileInfo::exists(path)) {
+        throw HException(
+            QStringLiteral("Cannot find the $(Product) installation: no record at ") + path + hint);
+    }
+    QString failure;
+    if (!readRecord(path, &failure))
+        throw HException(
+            QStringLiteral("Cannot use the installation record ") + path + QStringLiteral(": ") + failure);
     return true;
 }

@@ -21,8 +21,9 @@ public:
     void start() override;
 
     // Loads the record at path; a folder medium then follows a restored
-    // "$(SrcDir)". False when there is no usable record.
-    bool readRecord(const QString &path);
+    // "$(SrcDir)". False when there is no usable record, with why in failure
+    // when given.
+    bool readRecord(const QString &path, QString *failure = nullptr);
     // The record of the installation under the destination as now chosen.
     static QString recordPath();
 

@@ -6,14 +6,24 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QPair>
+#include <QSet>
 
 #include <cerrno>
 #include <sys/stat.h>
 
 namespace {
 
-// Walks directory (a path on disk), adding regular files as prefix + name.
-void collect(const QString &directory, const QString &prefix, QStringList &names, quint64 &totalSize)
+// Folders on the way down, by device and inode, so a link back up is not
+// walked for ever.
+using FolderChain = QSet<QPair<dev_t, ino_t>>;
+
+// Walks directory (a path on disk), adding regular files as prefix + name. A
+// link stands for what it points to, as an archive would have stored it; a
+// link to nothing is listed too, so that copying it fails as a missing file
+// instead of the file going missing silently.
+void collect(const QString &directory, const QString &prefix, QStringList &names, quint64 &totalSize,
+    FolderChain &chain)
 {
     const QStringList entries = QDir(directory).entryList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
@@ -22,13 +32,32 @@ void collect(const QString &directory, const QString &prefix, QStringList &names
         struct stat status;
         if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
             continue;
+        const bool link = S_ISLNK(status.st_mode);
+        if (link && ::stat(QFile::encodeName(path).constData(), &status) != 0) {
+            names.append(prefix + entry);
+            continue;
+        }
         if (S_ISDIR(status.st_mode)) {
-            collect(path, prefix + entry + QLatin1Char('/'), names, totalSize);
+            const QPair<dev_t, ino_t> folder(status.st_dev, status.st_ino);
+            if (chain.contains(folder))
+                continue;
+            chain.insert(folder);
+            collect(path, prefix + entry + QLatin1Char('/'), names, totalSize, chain);
+            chain.remove(folder);
         } else if (S_ISREG(status.st_mode)) {
             names.append(prefix + entry);
             totalSize += quint64(status.st_size);
         }
     }
+}
+
+void collect(const QString &directory, QStringList &names, quint64 &totalSize)
+{
+    FolderChain chain;
+    struct stat status;
+    if (::stat(QFile::encodeName(directory).constData(), &status) == 0)
+        chain.insert({ status.st_dev, status.st_ino });
+    collect(directory, QString(), names, totalSize, chain);
 }
 
 } // namespace
@@ -47,7 +76,7 @@ QStringList FileStoreInstallMedia::list(const QString &folder, quint64 &totalSiz
     const QString path = m_root + QLatin1Char('/') + folder;
     if (!QFileInfo(path).isDir())
         throw InstallException(QStringLiteral("Cannot find folder ") + path);
-    collect(path, QString(), names, totalSize);
+    collect(path, names, totalSize);
     return names;
 }
 
@@ -55,7 +84,7 @@ quint64 FileStoreInstallMedia::totalSize()
 {
     QStringList names;
     quint64 size = 0;
-    collect(m_root, QString(), names, size);
+    collect(m_root, names, size);
     return size;
 }
 

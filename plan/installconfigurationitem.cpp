@@ -137,6 +137,7 @@ bool InstallConfigurationItem::install()
         if (root)
             emit root->starting(this);
         bool terminate = false;
+        QString failed;
         try {
             installAction();
             setInstalled(fullyInstalled);
@@ -148,11 +149,12 @@ bool InstallConfigurationItem::install()
                                      "<p>Click Yes to terminate installation or No to continue.</p>"),
                 InstallQuestion::Yes | InstallQuestion::No, InstallQuestion::Yes);
             terminate = answer == InstallQuestion::Yes;
+            failed = failure.message();
         }
         if (root)
             emit root->finished(this);
         if (terminate)
-            throw InstallUserCancelException();
+            throw InstallUserCancelException(failed);
     }
     for (InstallConfigurationItem *child : std::as_const(m_children)) {
         if (!child->install())
@@ -186,7 +188,7 @@ bool InstallConfigurationItem::uninstall()
                                      "installation or No to continue."),
                 InstallQuestion::Yes | InstallQuestion::No, InstallQuestion::Yes);
             if (answer == InstallQuestion::Yes)
-                throw InstallUserCancelException();
+                throw InstallUserCancelException(failure.message());
         }
     }
     if (root)

@@ -88,7 +88,7 @@ void InstallFileDeletion::deleteFile(const HeldFolder &folder, const QString &na
             InstallQuestion::Retry | InstallQuestion::Ignore | InstallQuestion::Cancel,
             InstallQuestion::Retry);
         if (answer == InstallQuestion::Cancel)
-            throw InstallUserCancelException();
+            throw InstallUserCancelException(QStringLiteral("Cannot remove file ") + path);
         if (answer != InstallQuestion::Retry) {
             qCDebug(lcPlan) << "leaving" << path << "in place: it cannot be removed";
             return;

@@ -76,6 +76,10 @@ bool InstallOverwriteTest::shouldOverwrite(
     struct stat status;
     if (::lstat(encoded.constData(), &status) != 0)
         return true;
+    // A link where a product file belongs holds none of the user's bytes: it
+    // is replaced, and neither its target's age nor its mode counts.
+    if (S_ISLNK(status.st_mode))
+        return true;
     if (s_overwriteMemory == NoToAll)
         return false;
     const qint64 destinationModified = status.st_mtim.tv_sec;
