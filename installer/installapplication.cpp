@@ -112,7 +112,20 @@ int InstallApplication::run()
         connect(this, &InstallApplication::ended, &loop, &QEventLoop::quit);
         loop.exec();
     }
+    if (m_escaped)
+        std::rethrow_exception(m_escaped);
     return m_result;
+}
+
+void InstallApplication::handleEvent(const std::function<void()> &handler)
+{
+    try {
+        handler();
+    } catch (const std::bad_alloc &) {
+        m_escaped = std::current_exception();
+        m_cancelRequested = true;
+        quit(Failed);
+    }
 }
 
 void InstallApplication::reportInstallationError(const QString &message)
@@ -266,80 +279,88 @@ QString InstallApplication::plainLines(const QString &text)
 
 void InstallApplication::onNextClicked(int id)
 {
-    // Nothing may leave a button handler: it runs inside the event loop.
-    try {
-        nextPage(remapPage(id, m_mode));
-    } catch (const HException &e) {
-        showFailed(e.message());
-    } catch (const InstallException &e) {
-        showFailed(e.message());
-    } catch (const InstallUserCancelException &) {
-        showFailed(cancelledMessage(m_mode));
-    } catch (const InstallShutdownException &) {
-        qCInfo(lcApplication) << "Run stopped on request";
-        quit(Failed);
-    }
+    handleEvent([&] {
+        // Nothing may leave a button handler: it runs inside the event loop.
+        try {
+            nextPage(remapPage(id, m_mode));
+        } catch (const HException &e) {
+            showFailed(e.message());
+        } catch (const InstallException &e) {
+            showFailed(e.message());
+        } catch (const InstallUserCancelException &) {
+            showFailed(cancelledMessage(m_mode));
+        } catch (const InstallShutdownException &) {
+            qCInfo(lcApplication) << "Run stopped on request";
+            quit(Failed);
+        }
+    });
 }
 
 void InstallApplication::onBackClicked(int)
 {
-    if (m_history.size() < 2)
-        return;
-    m_history.removeLast();
-    const int previous = m_history.takeLast();
-    try {
-        showPage(previous);
-    } catch (const HException &e) {
-        showFailed(e.message());
-    }
+    handleEvent([&] {
+        if (m_history.size() < 2)
+            return;
+        m_history.removeLast();
+        const int previous = m_history.takeLast();
+        try {
+            showPage(previous);
+        } catch (const HException &e) {
+            showFailed(e.message());
+        }
+    });
 }
 
 void InstallApplication::onCancelClicked(int id)
 {
-    if (!m_wizard)
-        return;
-    // Once the run is over Cancel closes the window, as Finish would.
-    if (id == InstallWizardInterface::CompletePage) {
-        quit(m_mode == InstallMode::Remove ? Removed : Succeeded);
-        return;
-    }
-    if (id == InstallWizardInterface::FailedPage) {
+    handleEvent([&] {
+        if (!m_wizard)
+            return;
+        // Once the run is over Cancel closes the window, as Finish would.
+        if (id == InstallWizardInterface::CompletePage) {
+            quit(m_mode == InstallMode::Remove ? Removed : Succeeded);
+            return;
+        }
+        if (id == InstallWizardInterface::FailedPage) {
+            quit(Failed);
+            return;
+        }
+        const bool running = id == InstallWizardInterface::ProgressPage;
+        const QString question = running
+            ? QStringLiteral(
+                "<p>If you terminate the installation now, $(Product) may not work properly.<p>Are you "
+                "sure you want to terminate the installation?<p>Click Yes to terminate installation or No "
+                "to continue.")
+            : QStringLiteral(
+                "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
+                "to continue.");
+        const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
+            expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
+            InstallQuestion::No);
+        if (answer != InstallQuestion::Yes)
+            return;
+        if (running && m_operationRunning) {
+            // The walk is below us on the stack: it stops at its next step and
+            // the run ends on the failed page, with what was done recorded.
+            m_cancelRequested = true;
+            return;
+        }
         quit(Failed);
-        return;
-    }
-    const bool running = id == InstallWizardInterface::ProgressPage;
-    const QString question = running
-        ? QStringLiteral(
-            "<p>If you terminate the installation now, $(Product) may not work properly.<p>Are you "
-            "sure you want to terminate the installation?<p>Click Yes to terminate installation or No "
-            "to continue.")
-        : QStringLiteral(
-            "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
-            "to continue.");
-    const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
-        expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
-        InstallQuestion::No);
-    if (answer != InstallQuestion::Yes)
-        return;
-    if (running && m_operationRunning) {
-        // The walk is below us on the stack: it stops at its next step and
-        // the run ends on the failed page, with what was done recorded.
-        m_cancelRequested = true;
-        return;
-    }
-    quit(Failed);
+    });
 }
 
 void InstallApplication::onHelpClicked(int id)
 {
-    // Help is already up, or an operation owns the window until it ends.
-    if (id == InstallWizardInterface::HelpPage || m_operationRunning)
-        return;
-    try {
-        showPage(InstallWizardInterface::HelpPage);
-    } catch (const HException &e) {
-        showFailed(e.message());
-    }
+    handleEvent([&] {
+        // Help is already up, or an operation owns the window until it ends.
+        if (id == InstallWizardInterface::HelpPage || m_operationRunning)
+            return;
+        try {
+            showPage(InstallWizardInterface::HelpPage);
+        } catch (const HException &e) {
+            showFailed(e.message());
+        }
+    });
 }
 
 void InstallApplication::onAboutToShow(int id)

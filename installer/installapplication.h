@@ -9,6 +9,8 @@
 #include <QObject>
 #include <QString>
 
+#include <exception>
+#include <functional>
 #include <memory>
 
 class InstallConfigurationList;
@@ -134,6 +136,11 @@ protected:
     void processEvents();
     // Ends the run with the result.
     void quit(int result);
+    // Runs what an event handler (a button, a queued call) does. No exception
+    // may cross the toolkit's event loop: running out of memory stops the
+    // walk and ends the run here, and run() throws it again once the loop
+    // has returned.
+    void handleEvent(const std::function<void()> &handler);
     // A silent run that showed the agreement in the window goes on without
     // it: the window is hidden and forgotten, questions and outcomes go to
     // the console, and the licence counts as accepted when it was.
@@ -173,4 +180,6 @@ private:
     bool m_cancelRequested = false;
     QString m_taskPrefix;
     QList<int> m_history;
+    // What an event handler could not handle, for run() to pass on.
+    std::exception_ptr m_escaped;
 };

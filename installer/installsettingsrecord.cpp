@@ -1,16 +1,26 @@
 #include "installer/installsettingsrecord.h"
 
+#include "core/descriptor.h"
 #include "core/fileutils.h"
+#include "core/heldfolder.h"
+#include "core/hexception.h"
 #include "core/installmode.h"
 #include "core/macrotable.h"
 #include "plan/installconfigurationlist.h"
 #include "plan/installconfigurationstate.h"
 #include "plan/installsettingkeyconfigurationitem.h"
 
+#include <QDir>
 #include <QDomDocument>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QXmlStreamWriter>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcRecord, "setup.installer")
 
@@ -43,6 +53,16 @@ void recordSettingKeys(const InstallConfigurationItem *item)
         recordSettingKeys(child);
 }
 
+// Why root may not trust a file or folder with this status; empty when it may.
+QString distrust(const struct stat &status, const QString &what)
+{
+    if (status.st_uid != 0)
+        return what + QStringLiteral("belongs to user %1, not root. ").arg(status.st_uid);
+    if ((status.st_mode & S_IWOTH) || ((status.st_mode & S_IWGRP) && status.st_gid != 0))
+        return what + QStringLiteral("may be written by other users. ");
+    return QString();
+}
+
 } // namespace
 
 InstallSettingsRecord::InstallSettingsRecord(InstallConfigurationList *list)
@@ -52,6 +72,40 @@ InstallSettingsRecord::InstallSettingsRecord(InstallConfigurationList *list)
 QString InstallSettingsRecord::defaultPath()
 {
     return expandMacros(QStringLiteral("$(InstallerDir)/IConf.xml"));
+}
+
+bool InstallSettingsRecord::readTrusted(const QString &path, QByteArray &content)
+{
+    const QFileInfo info(path);
+    const HeldFolder folder = HeldFolder::open(info.absolutePath());
+    if (!folder.isValid())
+        return false;
+    const Descriptor file(::openat(folder.fd(), QFile::encodeName(info.fileName()).constData(),
+        O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (file.get() < 0 || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)
+        || status.st_size > MaxSize)
+        return false;
+    // Root obeys only a record that nobody else could have written.
+    struct stat folderStatus;
+    if (::geteuid() == 0 && ::fstat(folder.fd(), &folderStatus) == 0) {
+        const QString why
+            = distrust(status, QStringLiteral("it ")) + distrust(folderStatus, QStringLiteral("its folder "));
+        if (!why.isEmpty())
+            throw HException(QStringLiteral("Cannot trust the installation record ") + path
+                + QStringLiteral(": ") + why.trimmed());
+    }
+    content.resize(status.st_size);
+    qint64 done = 0;
+    while (done < status.st_size) {
+        const ssize_t got = ::read(file.get(), content.data() + done, size_t(status.st_size - done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        done += got;
+    }
+    return true;
 }
 
 bool InstallSettingsRecord::save(const QString &path) const
@@ -81,13 +135,11 @@ bool InstallSettingsRecord::save(const QString &path) const
 
 bool InstallSettingsRecord::load(const QString &path) const
 {
-    QFile file(path);
-    if (!file.exists() || !file.open(QIODevice::ReadOnly))
+    QByteArray content;
+    if (!readTrusted(path, content))
         return false;
     QDomDocument document;
-    const bool parsed = bool(document.setContent(&file));
-    file.close();
-    if (!parsed)
+    if (!document.setContent(content))
         return false;
 
     QDomElement configuration;
@@ -106,11 +158,16 @@ bool InstallSettingsRecord::load(const QString &path) const
     if (!state.read(configuration.firstChildElement(), *m_list))
         return false;
 
+    // Paths the record restores are absolute, or the record is damaged.
     const QString destDir = configuration.attribute(destDirAttribute);
+    const QString srcDir = configuration.attribute(srcDirAttribute);
+    for (const QString &folder : { destDir, srcDir }) {
+        if (!folder.isEmpty() && !QDir::isAbsolutePath(folder))
+            return false;
+    }
     if (!destDir.isEmpty())
         macros().set(QStringLiteral("DestDir"), destDir);
     const int mode = m_list->mode();
-    const QString srcDir = configuration.attribute(srcDirAttribute);
     if ((mode == InstallMode::Modify || mode == InstallMode::Repair) && !srcDir.isEmpty())
         macros().set(QStringLiteral("SrcDir"), srcDir);
     const QString programFolderDir = configuration.attribute(programFolderDirAttribute);

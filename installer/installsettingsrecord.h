@@ -33,9 +33,16 @@ public:
     // file that cannot be opened is not reported.
     bool save(const QString &path) const;
     // False, with no macro and no item changed, when the file is missing,
-    // unreadable, not well-formed, or describes another plan.
+    // unreadable, not a regular file, not well-formed, names a file that is
+    // not a plain relative name, holds a relative folder, or describes
+    // another plan. Run as root, throws HException naming the file when it
+    // or its folder belongs to another user or others may write to it.
     bool load(const QString &path) const;
 
 private:
+    // A record larger than this is no record this installer wrote.
+    static constexpr qint64 MaxSize = qint64(16) << 20;
+    static bool readTrusted(const QString &path, QByteArray &content);
+
     InstallConfigurationList *m_list;
 };

@@ -1,5 +1,7 @@
 #include "installer/installsingleinstance.h"
 
+#include "core/descriptor.h"
+
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -11,25 +13,63 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcInstance, "setup.installer")
 
+namespace {
+
+// The folder itself, never a link in its place: made when missing, refused
+// unless it belongs to this user and nobody else may enter it.
+int openPrivateFolder(const QString &folder)
+{
+    const QByteArray path = QFile::encodeName(folder);
+    if (::mkdir(path.constData(), 0700) != 0 && errno != EEXIST)
+        return -1;
+    const int fd = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat status;
+    if (fd >= 0
+        && (::fstat(fd, &status) != 0 || status.st_uid != ::geteuid() || (status.st_mode & 07777) != 0700)) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+} // namespace
+
 InstallSingleInstance::InstallSingleInstance(const QString &identifier, QObject *parent)
+    : InstallSingleInstance(identifier, defaultFolder(), parent)
+{ }
+
+InstallSingleInstance::InstallSingleInstance(
+    const QString &identifier, const QString &folder, QObject *parent)
     : QObject(parent)
 {
-    // The identifier holds blanks and dots; a hash makes a safe file and socket
-    // name, the user id keeps users apart.
+    // The identifier holds blanks and dots; a hash makes a safe file and socket name.
     const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
-    m_serverName = QStringLiteral("setup-%1-%2").arg(QString::fromLatin1(hash.left(16))).arg(::getuid());
-    const QString lockPath = QDir::tempPath() + QLatin1Char('/') + m_serverName + QStringLiteral(".lock");
-    m_lockFd
-        = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const QString base = QStringLiteral("setup-") + QString::fromLatin1(hash.left(16));
+    m_serverName = folder + QLatin1Char('/') + base + QStringLiteral(".socket");
+    const Descriptor folderFd(openPrivateFolder(folder));
+    if (folderFd.get() < 0) {
+        qCWarning(lcInstance) << "no single-instance guard: not a private folder" << folder;
+        return;
+    }
+    m_lockFd = ::openat(folderFd.get(), QFile::encodeName(base + QStringLiteral(".lock")).constData(),
+        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    struct stat status;
+    if (m_lockFd >= 0
+        && (::fstat(m_lockFd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != ::geteuid())) {
+        // Only root could have put it there; it is not ours to obey.
+        ::close(m_lockFd);
+        m_lockFd = -1;
+    }
     if (m_lockFd < 0) {
-        // Somebody else's file (or link) in the shared folder must not stop
-        // the installer; it runs without the guard.
-        qCWarning(lcInstance) << "cannot open the lock file" << lockPath;
-    } else if (::flock(m_lockFd, LOCK_EX | LOCK_NB) != 0) {
+        qCWarning(lcInstance) << "no single-instance guard: cannot use the lock file in" << folder;
+        return;
+    }
+    if (::flock(m_lockFd, LOCK_EX | LOCK_NB) != 0) {
         ::close(m_lockFd);
         m_lockFd = -1;
         m_running = true;
@@ -42,6 +82,21 @@ InstallSingleInstance::InstallSingleInstance(const QString &identifier, QObject 
     QLocalServer::removeServer(m_serverName);
     if (!m_server.listen(m_serverName))
         qCWarning(lcInstance) << "cannot listen on" << m_serverName << m_server.errorString();
+}
+
+QString InstallSingleInstance::defaultFolder()
+{
+    const uid_t user = ::geteuid();
+    if (user == 0)
+        return QStringLiteral("/run/setup-installer");
+    // The session's own folder, when it is what it should be; checked again
+    // when it is opened.
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    struct stat status;
+    if (!runtime.isEmpty() && ::lstat(runtime.constData(), &status) == 0 && S_ISDIR(status.st_mode)
+        && status.st_uid == user && (status.st_mode & 07777) == 0700)
+        return QFile::decodeName(runtime);
+    return QDir::tempPath() + QStringLiteral("/setup-%1").arg(user);
 }
 
 InstallSingleInstance::~InstallSingleInstance()

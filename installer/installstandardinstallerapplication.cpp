@@ -255,7 +255,7 @@ void InstallStandardInstallerApplication::afterLicence()
         }
         // The rest of the run is silent; it starts once this press is handled.
         QMetaObject::invokeMethod(
-            this, &InstallStandardInstallerApplication::runSilent, Qt::QueuedConnection);
+            this, [this] { handleEvent([this] { runSilent(); }); }, Qt::QueuedConnection);
         return;
     }
     if (wizard()->hasPage(Page::LicensePage) && !wizard()->licenseAccepted())

@@ -12,6 +12,7 @@
 #include "installer/installwizardfactory.h"
 #include "installer/installwizardinterface.h"
 #include "plan/configurationlist.h"
+#include "plan/installsettingsstore.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -24,6 +25,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <malloc.h>
+#include <new>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,6 +38,12 @@ void printError(const QString &message)
     std::fflush(stdout);
     std::fprintf(stderr, "error: %s\n", message.toLocal8Bit().constData());
     std::fflush(stderr);
+}
+
+// Nothing may end the process without a word, memory running out included.
+QString outOfMemory()
+{
+    return QStringLiteral("out of memory");
 }
 
 void discardMessage(QtMsgType, const QMessageLogContext &, const QString &)
@@ -63,6 +71,16 @@ ProcessEntry::ProcessEntry(int argc, char **argv)
 ProcessEntry::~ProcessEntry() = default;
 
 int ProcessEntry::runConsoleModes()
+{
+    try {
+        return runConsoleModesUnguarded();
+    } catch (const std::bad_alloc &) {
+        printError(outOfMemory());
+    }
+    return 1;
+}
+
+int ProcessEntry::runConsoleModesUnguarded()
 {
     EntryCommandLine options;
     switch (options.parse(m_arguments)) {
@@ -106,17 +124,30 @@ void ProcessEntry::prepareInstaller()
     ::mallopt(M_MMAP_THRESHOLD, 256 * 1024);
 }
 
-bool ProcessEntry::handOverToRunningInstance()
+bool ProcessEntry::anotherInstallerRuns(bool raiseIt)
 {
     m_instance = std::make_unique<InstallSingleInstance>(instanceIdentifier());
     if (!m_instance->isRunning())
         return false;
-    // The status is 0 whether or not the message arrived.
-    m_instance->sendMessage(QString(), 5000);
+    // Whether or not the message arrived.
+    if (raiseIt)
+        m_instance->sendMessage(QString(), 5000);
     return true;
 }
 
 int ProcessEntry::runInstaller(InstallWizardFactory &factory)
+{
+    // As in the console modes. The window and the plan are gone by the time
+    // it arrives here.
+    try {
+        return runInstallerUnguarded(factory);
+    } catch (const std::bad_alloc &) {
+        printError(outOfMemory());
+    }
+    return InstallApplication::Failed;
+}
+
+int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
 {
     macros().setDefaults();
     // The pass runs before any application object: whether the run is silent
@@ -157,15 +188,25 @@ int ProcessEntry::runInstaller(InstallWizardFactory &factory)
         printError(commandLineError.isEmpty() ? noWindow : commandLineError);
         return InstallApplication::Failed;
     }
-    if (handOverToRunningInstance())
-        return HandedOver;
+    if (anotherInstallerRuns(!commandLine.isSilent())) {
+        // A window run has brought the other one to the front. A silent run
+        // has nothing to show, and a script must not read "did nothing" as
+        // success.
+        if (!commandLine.isSilent())
+            return HandedOver;
+        printError(QStringLiteral("another installer of this product is already running"));
+        return InstallApplication::Failed;
+    }
 
     ConfigurationList list(commandLine.rootRequired());
     std::unique_ptr<InstallWizardInterface> wizard;
     if (windowed)
         wizard = factory.createWizard(&list, commandLine.mode());
-    if (!commandLineError.isEmpty()) {
-        reportInstallationError(wizard.get(), commandLineError);
+    // A settings folder that is a link, or a FIFO in place of the file, is
+    // refused before anything changes.
+    const QString refusal = commandLineError.isEmpty() ? InstallSettingsStore::checkFile() : commandLineError;
+    if (!refusal.isEmpty()) {
+        reportInstallationError(wizard.get(), refusal);
         return InstallApplication::Failed;
     }
     try {
@@ -248,27 +289,28 @@ QString ProcessEntry::instanceIdentifier()
 void ProcessEntry::handBackConfiguration(
     const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid)
 {
-    // Each step is opened relative to the one before with O_NOFOLLOW, and the
-    // ownership change itself does not follow links either: a link planted in
-    // place of one of the folders can never hand over a file elsewhere.
+    // Only into a home of the user's own: with HOME pointing elsewhere (root's
+    // own, say) nothing there is the user's to get.
     const Descriptor homeFd(::open(QFile::encodeName(home).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (homeFd.get() < 0)
-        return;
     struct stat status;
-    if (::fstatat(homeFd.get(), ".config", &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_uid == 0
-        && status.st_gid == 0)
-        ::fchownat(homeFd.get(), ".config", uid, gid, AT_SYMLINK_NOFOLLOW);
-
-    const Descriptor configFd(
-        ::openat(homeFd.get(), ".config", O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (configFd.get() < 0)
+    if (homeFd.get() < 0 || ::fstat(homeFd.get(), &status) != 0 || status.st_uid != uid)
         return;
-    const QByteArray companyName = QFile::encodeName(company);
-    ::fchownat(configFd.get(), companyName.constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
-
-    const Descriptor companyFd(
-        ::openat(configFd.get(), companyName.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (companyFd.get() < 0)
-        return;
-    ::fchownat(companyFd.get(), QFile::encodeName(product).constData(), uid, gid, AT_SYMLINK_NOFOLLOW);
+    // Each folder is opened below the one before without following a link,
+    // and the folder held is what changes owner: never a link, never a file
+    // (a hard link to one of root's would hand over the file itself).
+    const QByteArray names[]
+        = { QByteArrayLiteral(".config"), QFile::encodeName(company), QFile::encodeName(product) };
+    Descriptor folders[3];
+    int parent = homeFd.get();
+    for (int i = 0; i < 3; ++i) {
+        folders[i].reset(
+            ::openat(parent, names[i].constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (folders[i].get() < 0 || ::fstat(folders[i].get(), &status) != 0)
+            return;
+        // Only what root made; a ".config" of another owner or group was
+        // there before and stays as it is.
+        if (status.st_uid == 0 && (i > 0 || status.st_gid == 0))
+            ::fchownat(folders[i].get(), "", uid, gid, AT_EMPTY_PATH);
+        parent = folders[i].get();
+    }
 }

@@ -31,6 +31,7 @@ public:
     // First pass over the command line: the help page, "argument expected" and
     // the copy-files mode end the process with the status returned; GoOn
     // otherwise. Creates its own console application object when needed.
+    // Running out of memory ends it with "error: out of memory" and 1.
     int runConsoleModes();
 
     // Before the installer's application object: the environment it needs
@@ -38,16 +39,17 @@ public:
     void prepareInstaller();
 
     // After the application object exists: true when an installer of this
-    // product and version already runs for this user; it has been told to come
-    // to the front and this process should exit with status 0.
-    bool handOverToRunningInstance();
+    // product and version already runs for this user; with raiseIt it has
+    // been told to come to the front.
+    bool anotherInstallerRuns(bool raiseIt);
 
     // Defaults, the second pass, the application object (the factory's once a
     // display answers; a console one for a silent run, unless it is an
     // installation whose agreement is still to be read and a display
     // answers: then the window shows the agreement alone), the plan, the
     // wizard and the run. Returns the application's result (1 for success)
-    // or HandedOver.
+    // or HandedOver (a window run found another installer; a silent one
+    // fails). Running out of memory fails with "error: out of memory".
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows
@@ -62,12 +64,16 @@ public:
     // "%s %s %s%s Setup" from the company, product and version.
     static QString instanceIdentifier();
 
-    // Gives the three per-user configuration folders under home to uid:gid
-    // without following symbolic links. Failures are ignored.
+    // Gives the three per-user configuration folders under home to uid:gid,
+    // only when home is uid's own: only folders, each opened below the one
+    // before without following a link, and only what root made. Failures
+    // are ignored.
     static void handBackConfiguration(
         const QString &home, const QString &company, const QString &product, uid_t uid, gid_t gid);
 
 private:
+    int runConsoleModesUnguarded();
+    int runInstallerUnguarded(InstallWizardFactory &factory);
     int runCopyFilesMode(const class EntryCommandLine &options);
     static void reportInstallationError(InstallWizardInterface *wizard, const QString &message);
 

@@ -62,25 +62,23 @@ quint64 FileStoreInstallMedia::totalSize()
 void FileStoreInstallMedia::copyFiles(
     const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
 {
+    TargetFolders folders(destinationFolder);
     for (const QString &name : files) {
         const QString source = m_root + QLatin1Char('/') + sourceFolder + QLatin1Char('/') + name;
         const QString target = destinationFolder + QLatin1Char('/') + name;
+        const QString failure
+            = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
         emit extractingFile(name);
 
         // Nothing is asked about, or written to, a place outside the destination.
         struct stat status;
-        if (!staysInside(destinationFolder, name)
-            || ::stat(QFile::encodeName(source).constData(), &status) != 0)
-            throw InstallException(
-                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+        if (::stat(QFile::encodeName(source).constData(), &status) != 0)
+            throw InstallException(failure);
+        const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
         if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
-        makeTargetFolder(target);
-        // The target is a file path: a directory standing there is not
-        // copied into, as the copy routine would do.
-        if (QFileInfo(target).isDir() || !FileUtils::copyFile(source, target))
-            throw InstallException(
-                QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
+        if (!FileUtils::copyFile(source, *folder, TargetFolders::fileName(name)))
+            throw InstallException(failure);
         emit extractedFile(quint64(status.st_size));
     }
 }

@@ -1,13 +1,11 @@
 #include "media/installmedia.h"
 
-#include "core/fileutils.h"
 #include "core/installexception.h"
 #include "media/installoverwritedecision.h"
 
 #include <QFileInfo>
 
 #include <cerrno>
-#include <sys/stat.h>
 
 InstallMedia::InstallMedia(QObject *parent)
     : QObject(parent)
@@ -20,30 +18,31 @@ bool InstallMedia::shouldCopy(qint64 sourceModified, quint64 sourceSize, const Q
     return !m_decision || m_decision->shouldOverwrite(sourceModified, sourceSize, target);
 }
 
-void InstallMedia::makeTargetFolder(const QString &target)
-{
-    const QString folder = QFileInfo(target).absolutePath();
-    if (!FileUtils::makePath(folder))
-        throw InstallException(QStringLiteral("Cannot create folder ") + folder);
-}
+InstallMedia::TargetFolders::TargetFolders(const QString &destination)
+    : m_destination(destination)
+{ }
 
-bool InstallMedia::staysInside(const QString &destination, const QString &name)
+std::shared_ptr<HeldFolder> InstallMedia::TargetFolders::folderFor(
+    const QString &name, const QString &refusal)
 {
-    const QStringList parts = name.split(QLatin1Char('/'));
-    if (name.startsWith(QLatin1Char('/')) || parts.contains(QStringLiteral("..")))
-        return false;
-    QString folder = destination;
-    for (int i = -1; i + 1 < parts.size(); ++i) {
-        if (i >= 0)
-            folder += QLatin1Char('/') + parts.at(i);
-        struct stat status;
-        if (::lstat(QFile::encodeName(folder).constData(), &status) != 0)
-            return errno == ENOENT; // the rest is made fresh below a real folder
-        if (S_ISLNK(status.st_mode))
-            return false;
-        // Anything else in the way makes the folder fail to be made.
-        if (!S_ISDIR(status.st_mode))
-            return true;
+    // A name that starts at the root or climbs out is not the medium's to give.
+    if (name.startsWith(QLatin1Char('/')) || name.split(QLatin1Char('/')).contains(QStringLiteral("..")))
+        throw InstallException(refusal);
+    const qsizetype slash = name.lastIndexOf(QLatin1Char('/'));
+    const QString folderName = slash < 0 ? QString() : name.left(slash);
+    if (m_last && folderName == m_lastName)
+        return m_last;
+    if (!m_root.isValid())
+        m_root = HeldFolder::open(m_destination, HeldFolder::Create, HeldFolder::RefuseLink);
+    HeldFolder folder = m_root.isValid() ? m_root.below(folderName, HeldFolder::Create) : HeldFolder();
+    if (!folder.isValid()) {
+        if (errno == ELOOP)
+            throw InstallException(refusal);
+        const QString path
+            = folderName.isEmpty() ? m_destination : m_destination + QLatin1Char('/') + folderName;
+        throw InstallException(QStringLiteral("Cannot create folder ") + QFileInfo(path).absoluteFilePath());
     }
-    return true;
+    m_last = std::make_shared<HeldFolder>(std::move(folder));
+    m_lastName = folderName;
+    return m_last;
 }

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "core/heldfolder.h"
+
 #include <QObject>
 #include <QStringList>
+
+#include <memory>
 
 class InstallOverwriteDecision;
 
@@ -44,14 +48,26 @@ signals:
 protected:
     // Asks the overwrite decision about target (true when there is none).
     bool shouldCopy(qint64 sourceModified, quint64 sourceSize, const QString &target) const;
-    // Makes the folder that will hold target; throws InstallException with
-    // "Cannot create folder " + its absolute path.
-    static void makeTargetFolder(const QString &target);
-    // True unless the destination folder or a folder between it and the file
-    // at destination/name is a symbolic link: a link planted among them would
-    // carry the copy out of the destination. A name that climbs out with ".."
-    // or starts at the root is refused the same way.
-    static bool staysInside(const QString &destination, const QString &name);
+    // The folders one copy writes into, each found below the destination
+    // and held, made when missing: a link planted among them, or a folder
+    // swapped for one during the copy, never carries a file out of the
+    // destination. Files come grouped by folder, so the last one is kept.
+    class TargetFolders
+    {
+    public:
+        explicit TargetFolders(const QString &destination);
+        // The held folder for name (relative to the destination). Throws
+        // InstallException with refusal when a link stands on the way or
+        // the name climbs out, else "Cannot create folder " + its path.
+        std::shared_ptr<HeldFolder> folderFor(const QString &name, const QString &refusal);
+        static QString fileName(const QString &name) { return name.section(QLatin1Char('/'), -1); }
+
+    private:
+        QString m_destination;
+        HeldFolder m_root;
+        QString m_lastName;
+        std::shared_ptr<HeldFolder> m_last;
+    };
 
 private:
     InstallOverwriteDecision *m_decision = nullptr;

@@ -71,7 +71,7 @@ public:
     PackageArchiveFile addData(const QByteArray &bytes, quint32 mode, const QString &name);
 
     // Writes the member to directory + "/" + its name. Names that are absolute,
-    // hold a ".." component or lead through a symbolic link out of directory
+    // hold a ".." component or lead through a symbolic link below directory
     // are refused before anything is written.
     void extract(const PackageArchiveFile &member, const QString &directory, bool overwrite);
     // The same for a member written under another relative name.
@@ -86,14 +86,9 @@ public:
     // Level: negative means 7, above 9 means 9.
     void save(const QString &path, int level = -1);
 
-    // The target for relativeName below directory; throws when the name is
-    // absolute, has a ".." component, or an existing part of the way is a
-    // symbolic link leading out of directory.
-    static QString checkedTarget(const QString &directory, const QString &relativeName);
-    // The same, skipping the walk for folders in checkedFolders and adding
-    // the ones it walks.
-    static QString checkedTarget(
-        const QString &directory, const QString &relativeName, QSet<QString> *checkedFolders);
+    // Throws when a member name may not be written below a folder: absolute,
+    // holding a zero byte, or with a ".." component.
+    static void checkName(const QString &relativeName);
 
 protected:
     // The stream takes the file over in every case (it is closed on failure).

@@ -2,12 +2,14 @@
 
 #include "core/fileutils.h"
 #include "core/hexception.h"
+#include "core/replacementfile.h"
 #include "media/medialog.h"
 #include "media/packagearchive.h"
 #include "media/packagearchivecompressedinputfile.h"
 #include "media/packagearchiveiofileinterface.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <cerrno>
 #include <cstdio>
@@ -23,37 +25,14 @@ namespace {
 const qint32 BlockSize = 1 << 20;
 const qint64 BufferLimit = qint64(8) << 20;
 
-// Copies the finished temporary file over a file that may be written but not
-// replaced (someone else's file in a shared sticky folder).
-bool copyInPlace(int from, const QByteArray &target)
-{
-    const int to = ::open(target.constData(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
-    if (to < 0)
-        return false;
-    bool ok = ::lseek(from, 0, SEEK_SET) == 0;
-    char buffer[65536];
-    while (ok) {
-        const ssize_t got = ::read(from, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0) {
-            ok = got == 0;
-            break;
-        }
-        ok = FileUtils::writeAll(to, buffer, got);
-    }
-    ::close(to);
-    return ok;
-}
-
 } // namespace
 
 struct PackageArchiveExtraction::Job
 {
     const PackageArchiveData *member = nullptr;
+    std::shared_ptr<HeldFolder> folder;
+    QByteArray name;
     QString path;
-    QByteArray encoded;
-    bool overwrite = true;
     // Filled by the reader, emptied by the writer.
     std::deque<QByteArray> blocks;
     bool readComplete = false;
@@ -86,28 +65,52 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
         qCDebug(lcMedia) << "body: decompressed" << stream->decompressed() << "bytes so far";
 }
 
-void PackageArchiveExtraction::makeFolder(const QString &path)
+void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QString &path, bool overwrite)
 {
-    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-    const QString folder = slash < 0 ? QStringLiteral(".") : path.left(qMax<qsizetype>(slash, 1));
-    if (m_madeFolders.contains(folder))
-        return;
-    // A failure shows when the file is created there.
-    if (FileUtils::makePath(folder))
-        m_madeFolders.insert(folder);
+    const QFileInfo info(path);
+    auto folder = std::make_shared<HeldFolder>(HeldFolder::open(info.absolutePath(), HeldFolder::Create));
+    if (!folder->isValid())
+        throw HException(QStringLiteral("cannot create output file ") + path);
+    addIn(member, folder, info.fileName(), path, overwrite);
 }
 
-void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QString &path, bool overwrite)
+void PackageArchiveExtraction::addBelow(
+    const PackageArchiveFile &member, const QString &directory, const QString &relativeName, bool overwrite)
+{
+    PackageArchive::checkName(relativeName);
+    const QString path = directory + QLatin1Char('/') + relativeName;
+    const qsizetype slash = relativeName.lastIndexOf(QLatin1Char('/'));
+    const QString folderName = slash < 0 ? QString() : relativeName.left(slash);
+    if (!m_lastFolder || directory != m_rootPath || folderName != m_lastFolderName) {
+        if (directory != m_rootPath || !m_root.isValid()) {
+            m_root = HeldFolder::open(directory, HeldFolder::Create);
+            m_rootPath = directory;
+        }
+        HeldFolder folder = m_root.below(folderName, HeldFolder::Create);
+        if (!folder.isValid()) {
+            m_lastFolder.reset();
+            if (errno == ELOOP)
+                throw HException(
+                    QStringLiteral("refusing file name that leads through a symbolic link ") + relativeName);
+            throw HException(QStringLiteral("cannot create output file ") + path);
+        }
+        m_lastFolder = std::make_shared<HeldFolder>(std::move(folder));
+        m_lastFolderName = folderName;
+    }
+    addIn(member, m_lastFolder, relativeName.mid(slash + 1), path, overwrite);
+}
+
+void PackageArchiveExtraction::addIn(const PackageArchiveFile &member,
+    const std::shared_ptr<HeldFolder> &folder, const QString &name, const QString &path, bool overwrite)
 {
     auto job = std::make_shared<Job>();
     job->member = member.data();
+    job->folder = folder;
+    job->name = QFile::encodeName(name);
     job->path = path;
-    job->encoded = QFile::encodeName(path);
-    job->overwrite = overwrite;
     struct stat status;
-    if (!overwrite && ::lstat(job->encoded.constData(), &status) == 0)
+    if (!overwrite && ::fstatat(folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0)
         throw HException(QStringLiteral("cannot overwrite file ") + path);
-    makeFolder(path);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_toRead.push_back(job);
@@ -116,12 +119,6 @@ void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QStri
     }
     m_readerWake.notify_one();
     m_writerWake.notify_one();
-}
-
-void PackageArchiveExtraction::addBelow(
-    const PackageArchiveFile &member, const QString &directory, const QString &relativeName, bool overwrite)
-{
-    add(member, PackageArchive::checkedTarget(directory, relativeName, &m_checkedFolders), overwrite);
 }
 
 bool PackageArchiveExtraction::nextReady()
@@ -274,13 +271,8 @@ void PackageArchiveExtraction::writeLoop()
 
 void PackageArchiveExtraction::writeJob(Job &job)
 {
-    const int slash = job.encoded.lastIndexOf('/');
-    // Beside the file, named after it unless that would make too long a name.
-    const QByteArray base = job.encoded.mid(slash + 1);
-    QByteArray temporary
-        = job.encoded.left(slash + 1) + '.' + (base.size() > 200 ? QByteArray() : base) + ".XXXXXX";
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0)
+    ReplacementFile file(job.folder->fd(), job.name);
+    if (!file.isOpen())
         job.writeError = QStringLiteral("cannot create output file ") + job.path;
 
     // Take every block even after a failure, so the reader is never held up.
@@ -292,48 +284,28 @@ void PackageArchiveExtraction::writeJob(Job &job)
             complete = !m_stopping;
             break;
         }
-        if (job.writeError.isEmpty() && !FileUtils::writeAll(fd, block.constData(), block.size()))
+        if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
             job.writeError = QStringLiteral("cannot write to output file ") + job.path;
     }
-    if (fd < 0)
+    if (!file.isOpen() || !complete || !job.writeError.isEmpty() || !job.readError.isEmpty())
         return;
-    const auto discard = [&] {
-        ::close(fd);
-        ::unlink(temporary.constData());
-    };
-    if (!complete || !job.writeError.isEmpty() || !job.readError.isEmpty()) {
-        discard();
-        return;
-    }
 
     const PackageArchiveFile member(const_cast<PackageArchiveData *>(job.member));
     const time_t time = member.time().isValid() ? time_t(member.time().toSecsSinceEpoch()) : 0;
     const struct timespec times[2] = { { time, 0 }, { time, 0 } };
-    ::futimens(fd, times);
-    if (::fchmod(fd, mode_t(member.mode() & 0777)) != 0) {
+    ::futimens(file.fd(), times);
+    if (::fchmod(file.fd(), mode_t(member.mode() & 0777)) != 0) {
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
-        discard();
         return;
     }
-    if (::rename(temporary.constData(), job.encoded.constData()) == 0) {
-        ::close(fd);
-        return;
+    switch (file.commit()) {
+    case ReplacementFile::Committed:
+        break;
+    case ReplacementFile::ModeRefused:
+        job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
+        break;
+    case ReplacementFile::Failed:
+        job.writeError = QStringLiteral("cannot create output file ") + job.path;
+        break;
     }
-    // A file that may be written but not replaced gets the bytes in place;
-    // its mode then belongs to someone else.
-    const int renameError = errno;
-    if ((renameError == EPERM || renameError == EACCES) && copyInPlace(fd, job.encoded)) {
-        discard();
-        const int target = ::open(job.encoded.constData(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
-        if (target >= 0)
-            ::futimens(target, times);
-        const bool moded = target >= 0 && ::fchmod(target, mode_t(member.mode() & 0777)) == 0;
-        if (target >= 0)
-            ::close(target);
-        if (!moded)
-            job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
-        return;
-    }
-    discard();
-    job.writeError = QStringLiteral("cannot create output file ") + job.path;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "core/heldfolder.h"
 #include "media/packagearchivefile.h"
 
-#include <QSet>
 #include <QString>
 
 #include <condition_variable>
@@ -17,9 +17,9 @@ class PackageArchive;
 // Writes a batch of members to disk with decompression and writing on worker
 // threads: one thread reads the members' bytes from the archive, preferring
 // the next one on in the body among those waiting, others write them,
-// several files at a time. Each file is
-// written under a temporary name in its folder and renamed into place once
-// complete, so an abandoned or failed file never shows under its final name.
+// several files at a time. Each file is written as a ReplacementFile in a
+// folder held since it was added, so an abandoned or failed file never shows
+// under its final name and no folder swapped meanwhile redirects a file.
 //
 // The caller (the user-interface thread) adds members and takes the finished
 // ones back in the order it added them (reading starts once it waits for one
@@ -43,11 +43,14 @@ public:
     // Queues the member for exactly path. Throws "cannot overwrite file " when
     // the path exists and overwrite is false; makes the missing folders.
     void add(const PackageArchiveFile &member, const QString &path, bool overwrite);
-    // The same for directory + "/" + relativeName, checked like
-    // PackageArchive::checkedTarget (a folder already checked in this batch is
-    // not walked again).
+    // The same for directory + "/" + relativeName, a name checked like
+    // PackageArchive::checkName; no link below directory is followed.
     void addBelow(const PackageArchiveFile &member, const QString &directory, const QString &relativeName,
         bool overwrite);
+    // The same for name inside folder, already held by the caller; path
+    // names the file in messages.
+    void addIn(const PackageArchiveFile &member, const std::shared_ptr<HeldFolder> &folder,
+        const QString &name, const QString &path, bool overwrite);
 
     // Members added and not yet taken back.
     int pending() const { return int(m_reports.size()); }
@@ -74,7 +77,6 @@ private:
     void writeJob(Job &job);
     // Waits for the job's next block; empty when it has no more.
     QByteArray nextBlock(Job &job);
-    void makeFolder(const QString &path);
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
@@ -95,6 +97,10 @@ private:
     // Where the reader's last member ended in the body.
     quint32 m_readPosition = 0;
     std::vector<std::thread> m_threads;
-    QSet<QString> m_checkedFolders;
-    QSet<QString> m_madeFolders;
+    // The folder of the last member added below a directory, and that
+    // directory: members come grouped by folder.
+    QString m_rootPath;
+    HeldFolder m_root;
+    QString m_lastFolderName;
+    std::shared_ptr<HeldFolder> m_lastFolder;
 };

@@ -4,8 +4,6 @@
 #include "core/installexception.h"
 #include "media/packagearchiveextraction.h"
 
-#include <algorithm>
-
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
     : InstallMedia(parent)
@@ -47,32 +45,24 @@ void PackageArchiveInstallMedia::copyFiles(
         while (extraction.pending() > 0 && (wait || extraction.full() || extraction.nextReady()))
             emit extractedFile(extraction.takeNext().size());
     };
-    QString madeFolder;
-    QString checkedFolder = QStringLiteral("/"); // no relative folder looks like this
+    TargetFolders folders(destinationFolder);
     try {
         for (const QString &name : files) {
             const QString source = sourceFolder + QLatin1Char('/') + name;
             const QString target = destinationFolder + QLatin1Char('/') + name;
             emit extractingFile(name);
 
-            // Nothing is asked about, or written to, a place outside the
-            // destination; a folder once found inside needs no second look.
-            const QString folder = name.left(std::max<qsizetype>(name.lastIndexOf(QLatin1Char('/')), 0));
-            const bool inside = folder == checkedFolder || staysInside(destinationFolder, name);
+            // Nothing is asked about, or written to, a place outside the destination.
+            const QString failure
+                = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
             const PackageArchiveFile member = m_archive.find(source);
-            if (!inside || member.isNull())
-                throw InstallException(
-                    QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target);
-            checkedFolder = folder;
+            if (member.isNull())
+                throw InstallException(failure);
+            const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
             const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
             if (!shouldCopy(modified, member.size(), target))
                 continue;
-            const qsizetype slash = target.lastIndexOf(QLatin1Char('/'));
-            if (target.left(slash) != madeFolder) {
-                makeTargetFolder(target);
-                madeFolder = target.left(slash);
-            }
-            extraction.addBelow(member, destinationFolder, name, true);
+            extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);
             reportReady(false);
         }
     } catch (const HException &) {

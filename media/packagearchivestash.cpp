@@ -8,13 +8,17 @@
 #include <QDir>
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
 
 const qint32 CopySize = 1 << 20;
+// Left free in the temporary folder for everybody else.
+const qint64 Reserve = qint64(64) << 20;
 
 bool readAll(int fd, char *data, qint64 size, qint64 at)
 {
@@ -62,13 +66,22 @@ bool PackageArchiveStash::open()
     if (m_fd < 0) {
         qCInfo(lcMedia) << "no temporary file to keep skipped members in; seeking instead";
         m_failed = true;
+        return false;
     }
-    return m_fd >= 0;
+    // The kept members are written to the destination as well, which may be
+    // on the same file system: half of what is free leaves room for them.
+    struct statvfs room;
+    if (::fstatvfs(m_fd, &room) == 0)
+        m_cap = std::max<qint64>((qint64(room.f_bavail) * qint64(room.f_frsize) - Reserve) / 2, 0);
+    return true;
 }
 
 void PackageArchiveStash::put(const PackageArchiveData *member, PackageArchiveIOFileInterface &stream)
 {
     if (!open())
+        return;
+    // Left to seeking when it does not fit; a smaller one later may.
+    if (m_kept + qint64(member->size) > m_cap)
         return;
     QByteArray block(qint32(qMin<quint32>(member->size, CopySize)), Qt::Uninitialized);
     for (quint32 done = 0; done < member->size;) {
@@ -87,6 +100,7 @@ void PackageArchiveStash::put(const PackageArchiveData *member, PackageArchiveIO
     }
     m_places.emplace(member, m_end);
     m_end += member->size;
+    m_kept += member->size;
 }
 
 PackageArchiveStash::Taken PackageArchiveStash::take(
@@ -98,6 +112,7 @@ PackageArchiveStash::Taken PackageArchiveStash::take(
     const qint64 at = place->second;
     m_places.erase(place);
     m_read.insert(member);
+    m_kept -= member->size;
     for (quint32 done = 0; done < member->size;) {
         const qint32 want = qint32(qMin<quint32>(member->size - done, quint32(blockSize)));
         QByteArray block(want, Qt::Uninitialized);

@@ -14,7 +14,9 @@ struct PackageArchiveData;
 // members in another order than the body's then decompress no part twice.
 // Each member is kept at most once and its space given back when taken.
 // When the temporary file cannot be made or fills up, the stash stops
-// keeping members and reading falls back to seeking.
+// keeping members and reading falls back to seeking. It keeps at most half
+// of what the temporary folder has free beyond a reserve, so that a crafted
+// table cannot fill the folder; members past that are read again.
 class PackageArchiveStash
 {
 public:
@@ -45,6 +47,9 @@ private:
     int m_fd = -1;
     bool m_failed = false;
     qint64 m_end = 0;
+    // Bytes kept and not yet taken, and how many may be.
+    qint64 m_kept = 0;
+    qint64 m_cap = 0;
     // Where each kept member's bytes are in the file.
     std::unordered_map<const PackageArchiveData *, qint64> m_places;
     std::unordered_set<const PackageArchiveData *> m_read;

@@ -53,6 +53,19 @@ bool decodeText(const QString &encoded, QString &text)
     return true;
 }
 
+// A file an item wrote is named relative to its folder, as archive members
+// are: a record naming anything else was not written by this installer.
+bool isPlainRelativeName(const QString &name)
+{
+    if (name.isEmpty() || name.startsWith(QLatin1Char('/')) || name.contains(QChar(0)))
+        return false;
+    for (const QStringView part : QStringView(name).split(QLatin1Char('/'))) {
+        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
+            return false;
+    }
+    return true;
+}
+
 QString className(const InstallConfigurationItem *item)
 {
     return QString::fromLatin1(item->metaObject()->className());
@@ -200,7 +213,8 @@ bool InstallConfigurationState::readItem(const QDomElement &element, InstallConf
             for (const QDomElement &file : files) {
                 QString name;
                 if (!file.hasAttribute(QStringLiteral("name"))
-                    || !decodeText(file.attribute(QStringLiteral("name")), name))
+                    || !decodeText(file.attribute(QStringLiteral("name")), name)
+                    || !isPlainRelativeName(name))
                     return false;
                 state.files.append(name);
             }

@@ -1,15 +1,21 @@
 #pragma once
 
+#include "core/heldfolder.h"
+
 #include <QStringList>
 
 class InstallConfigurationItem;
 
 // Deletes the files an item put on disk and then the folders that became
 // empty, reporting progress through the item's signals and asking through
-// its list. Only regular files are deleted; folders go only when empty, the
-// deepest first, and the root folder never. A file that cannot be deleted
-// gets Retry, Ignore or Cancel; Cancel throws InstallUserCancelException and
-// leaves everything deleted so far deleted. Nothing else fails.
+// its list. Only regular files are deleted, each reached through folders held
+// from the destination down, never through a link: a folder swapped for a
+// link during the removal leads nowhere. Folders go only when empty, the
+// deepest first, up to and including the destination and never above it;
+// the folders of files outside the destination stay. A file that cannot be
+// deleted gets Retry, Ignore or Cancel; Cancel throws
+// InstallUserCancelException and leaves everything deleted so far deleted.
+// Nothing else fails.
 class InstallFileDeletion
 {
 public:
@@ -19,9 +25,14 @@ public:
     void deleteFiles(const QStringList &paths);
 
 private:
-    void deleteFile(const QString &path);
-    static void addFolder(QStringList &folders, const QString &folder);
-    static void removeEmptyFolders(const QString &folder);
+    // The folder holding path and the file's name in it; an invalid folder
+    // when there is nothing to delete there. relativeFolder is set for a
+    // file below the destination.
+    HeldFolder folderOf(const QString &path, QString &name, QString *relativeFolder);
+    void deleteFile(const HeldFolder &folder, const QString &name, const QString &path);
+    void removeEmptyFolders(const QStringList &relativeFolders);
 
     InstallConfigurationItem *m_item;
+    QString m_destination;
+    HeldFolder m_destinationFolder;
 };

@@ -17,7 +17,7 @@ void InstallSettingKeyConfigurationItem::addValue(const QString &name)
 
 bool InstallSettingKeyConfigurationItem::recordValues() const
 {
-    InstallSettingsStore store(expandMacros(m_key));
+    InstallSettingsStore store(expandMacros(m_key), InstallSettingsStore::Writing);
     for (const QString &name : m_values)
         store.setValue(name, expandMacros(QStringLiteral("$(") + name + QLatin1Char(')')));
     return store.sync();
@@ -25,7 +25,7 @@ bool InstallSettingKeyConfigurationItem::recordValues() const
 
 void InstallSettingKeyConfigurationItem::uninstallAction()
 {
-    InstallSettingsStore store(expandMacros(m_key));
+    InstallSettingsStore store(expandMacros(m_key), InstallSettingsStore::Writing);
     for (const QString &name : std::as_const(m_values))
         store.remove(name);
 }

@@ -26,7 +26,8 @@ public:
     QStringList values() const { return m_values; }
 
     // Stores every value as the expansion of the macro of the same name.
-    // False when the store could not be written.
+    // False when the store could not be written; HException when it may not
+    // be opened at all (see InstallSettingsStore).
     bool recordValues() const;
 
 protected:

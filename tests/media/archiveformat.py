@@ -45,6 +45,64 @@ def body_v1(members):
     return b"".join(out + [m.data for m in members])
 
 
+def _bzip2_block(data, level):
+    """The one block bz2 makes of data: (bits as an integer, bit count, block CRC)."""
+    stream = bz2.compress(data, level)
+    value, length = int.from_bytes(stream, "big"), len(stream) * 8
+    # "BZh" and the level, the block, then the end magic, the stream CRC and up to 7 bits of padding.
+    for pad in range(8):
+        end = length - pad - 32 - 48
+        if (value >> (length - end - 48)) & ((1 << 48) - 1) == 0x177245385090:
+            break
+    else:
+        raise ValueError("more than one block")
+    bits = end - 32
+    block = (value >> (length - end)) & ((1 << bits) - 1)
+    return block, bits, (block >> (bits - 80)) & 0xFFFFFFFF
+
+
+def write_repeated(count, record, kind, level=9, piece_size=4 << 20):
+    """A current archive whose table announces count members and holds count
+    copies of record, in a few kilobytes: one compressed piece of records is
+    repeated, so that tables of millions of records are made in a moment."""
+    per_piece = max(1, piece_size // len(record))
+    head = struct.pack("<I16x", count)
+    pieces, left = [], count
+    while left > 0:
+        pieces.append(min(left, per_piece))
+        left -= pieces[-1]
+    out = [struct.pack("<IHH", MAGIC, (kind << 12) | 2, 0)]
+    if kind == 0:
+        # After a full flush deflate starts afresh, so one piece's bytes stand for every copy.
+        compressor = zlib.compressobj(level)
+        out.append(compressor.compress(head) + compressor.flush(zlib.Z_FULL_FLUSH))
+        adler = zlib.adler32(head)
+        made = {}
+        for n in pieces:
+            if n not in made:
+                data = record * n
+                made[n] = data, compressor.compress(data) + compressor.flush(zlib.Z_FULL_FLUSH)
+            adler = zlib.adler32(made[n][0], adler)
+            out.append(made[n][1])
+        out.append(b"\x03\x00" + struct.pack(">I", adler))
+        return b"".join(out)
+    # bzip2 blocks are independent and bit-aligned: the same bits, once per piece.
+    blocks = [_bzip2_block(head, level)]
+    made = {}
+    for n in pieces:
+        if n not in made:
+            made[n] = _bzip2_block(record * n, level)
+        blocks.append(made[n])
+    value, length, combined = 0, 0, 0
+    for block, bits, crc in blocks:
+        value, length = (value << bits) | block, length + bits
+        combined = (((combined << 1) | (combined >> 31)) & 0xFFFFFFFF) ^ crc
+    value, length = (value << 80) | (0x177245385090 << 32) | combined, length + 80
+    value, length = value << (-length % 8), length + (-length % 8)
+    out.append(b"BZh%d" % level + value.to_bytes(length // 8, "big"))
+    return b"".join(out)
+
+
 def size_estimate(members):
     total = (1040 * len(members) + sum(len(m.data) + 1040 for m in members)) & 0xFFFFFFFF
     return (total + total // 100 + 13) & 0xFFFFFFFF

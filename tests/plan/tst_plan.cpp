@@ -393,7 +393,9 @@ void tst_Plan::archiveItem()
     ScriptedQuestion question;
     list.setModeSource(&mode);
     list.setQuestion(&question);
+    // Files are written and removed below the destination folder held open.
     macros().set(QStringLiteral("TstDest"), dir.filePath(QStringLiteral("dest")));
+    macros().set(QStringLiteral("DestDir"), dir.filePath(QStringLiteral("dest")));
     writeFile(dir.filePath("src/bin/Quilmor"), QByteArray(5000, 'q'), 0755, 1500000000);
     writeFile(dir.filePath("src/bin/plugins/a.so"), QByteArray(3000, 'a'), 0600, 1400000000);
     writeFile(dir.filePath("src/html/index.html"), "<p>");
@@ -442,6 +444,7 @@ void tst_Plan::removal()
     list.setModeSource(&mode);
     list.setQuestion(&question);
     const QString dest = dir.filePath(QStringLiteral("dest"));
+    macros().set(QStringLiteral("DestDir"), dest);
     for (const char *name : { "first.txt", "locked/busy.txt", "last/a/b/c/deep.txt", "last/a/link" })
         writeFile(dest + "/" + name, "x");
     writeFile(dest + "/last/mine.txt", "the user's");
