@@ -9,6 +9,7 @@ crafted archives.
 import bz2
 import os
 import random
+import resource
 import stat
 import struct
 import subprocess
@@ -305,6 +306,27 @@ class Packarchive(unittest.TestCase):
             self.assertLess(usage.ru_maxrss, 64 << 10)
         with open(self.path("out/flash.img"), "rb") as f:
             self.assertEqual(sum(chunk.count(b"\xff") for chunk in iter(lambda: f.read(1 << 20), b"")), size)
+
+    def test_tables_too_large_for_the_installer_are_refused(self):
+        # Refused before they take the memory, however few bytes they are compressed into.
+        named = struct.pack("<HIIIi", 0xFFFF, 0, 0, 0o100644, 0) + b"a" * 0xFFFF
+        for label, count, record, kind in (("20 million empty records, bzip2", 20_000_000, bytes(18), 1),
+                                           ("20 million empty records, zlib", 20_000_000, bytes(18), 0),
+                                           ("2,000 names of 64 KiB, bzip2", 2000, named, 1)):
+            with self.subTest(label):
+                with open(self.path("table.pa"), "wb") as f:
+                    f.write(write_repeated(count, record, kind))
+                # /usr/bin/time forks packarchive from a small process of its
+                # own; a minute of processor time ends a run that hangs.
+                result = subprocess.run(["/usr/bin/time", "-f", "%M %e", "-o", self.path("time"), PACKARCHIVE,
+                                         "verify", self.path("table.pa")], capture_output=True, text=True,
+                                        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (60, 60)))
+                self.assertEqual((result.returncode, result.stderr), (1, "error: bad table of contents\n"))
+                with open(self.path("time")) as f:
+                    peak, seconds = f.read().split()[-2:]
+                self.assertLess(float(seconds), 5)
+                if "ASAN_OPTIONS" not in os.environ:
+                    self.assertLess(int(peak), 64 << 10)
 
 
 if __name__ == "__main__":
