@@ -1,24 +1,34 @@
 // The installer application as the window sees it: which page follows which
 // in every mode, what each run does to the plan and which outcome page it
-// ends on, Cancel while items work; and the installation record that a later
-// run restores, or ignores as a whole when it does not fit.
+// ends on, Cancel while items work; the installation record that a later
+// run restores, or ignores as a whole when it does not fit; and what root
+// must never trust or hand over: a lock another user could have squatted,
+// the folders a sudo run gives back to its user.
 #include "core/hexception.h"
 #include "core/installcommandline.h"
 #include "core/installexception.h"
 #include "core/macrotable.h"
 #include "installer/brantleinstallerapplication.h"
 #include "installer/installsettingsrecord.h"
+#include "installer/installsingleinstance.h"
 #include "installer/installwizardinterface.h"
+#include "installer/processentry.h"
 #include "plan/installarchiveconfigurationitem.h"
 #include "plan/installconfigurationlist.h"
 #include "tests/plan/scriptedquestion.h"
 
+#include <QCryptographicHash>
+#include <QDir>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <fcntl.h>
 #include <functional>
 #include <memory>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using Page = InstallWizardInterface::PageId;
 
@@ -130,6 +140,10 @@ private slots:
     void cancelDuringOperationStopsAtNextStep();
     void record_data();
     void record();
+    void squattedLock_data();
+    void squattedLock();
+    void handBack_data();
+    void handBack();
 
 private:
     std::unique_ptr<BrantleInstallerApplication> application(
@@ -369,6 +383,113 @@ void tst_Installer::record()
         usable ? InstallConfigurationItem::fullyInstalled : InstallConfigurationItem::notInstalled);
     QCOMPARE(m_docs->installFlag(), !usable);
     QCOMPARE(archive->files(), usable ? QStringList({ "a b.txt", "sub/x.h" }) : QStringList());
+}
+
+void tst_Installer::squattedLock_data()
+{
+    QTest::addColumn<QString>("change"); // what differs from a private folder of this user's own
+    QTest::addColumn<bool>("obeyed");
+    QTest::newRow("private folder") << QString() << true;
+    QTest::newRow("folder open to others") << "mode 0755" << false;
+    QTest::newRow("link to a private folder") << "link" << false;
+    QTest::newRow("folder of another user") << "folder owner" << false;
+    QTest::newRow("lock file of another user") << "lock owner" << false;
+}
+
+void tst_Installer::squattedLock()
+{
+    QFETCH(QString, change);
+    QFETCH(bool, obeyed);
+    if (change.endsWith(QLatin1String("owner")) && ::geteuid() != 0)
+        QSKIP("giving files away needs root");
+    const QString identifier = QStringLiteral("tst squatted");
+    const QString real = path(QStringLiteral("real"));
+    QVERIFY(QDir().mkdir(real) && ::chmod(QFile::encodeName(real).constData(), 0700) == 0);
+    // Somebody holds a lock file where the guard looks.
+    const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
+    const QByteArray lock = QFile::encodeName(real) + "/setup-" + hash.left(16) + ".lock";
+    const int squatter = ::open(lock.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    QVERIFY(squatter >= 0 && ::flock(squatter, LOCK_EX | LOCK_NB) == 0);
+    QString folder = real;
+    if (change == QLatin1String("mode 0755"))
+        QVERIFY(::chmod(QFile::encodeName(real).constData(), 0755) == 0);
+    else if (change == QLatin1String("link"))
+        QVERIFY(QFile::link(real, folder = path(QStringLiteral("link"))));
+    else if (change == QLatin1String("folder owner"))
+        QVERIFY(::chown(QFile::encodeName(real).constData(), 12345, 12345) == 0);
+    else if (change == QLatin1String("lock owner"))
+        QVERIFY(::fchown(squatter, 12345, 12345) == 0);
+    InstallSingleInstance guard(identifier, folder);
+    ::close(squatter);
+    QCOMPARE(guard.isRunning(), obeyed);
+}
+
+void tst_Installer::handBack_data()
+{
+    // The home folder is the user's unless a step gives it back to root.
+    QTest::addColumn<QStringList>(
+        "layout"); // "d path", "f path", "l path target", "h path target", "c path uid:gid"
+    QTest::addColumn<QStringList>("owners"); // "path owner" after the hand-back
+    const QString user = QStringLiteral("12345:23456");
+    const QString root = QStringLiteral("0:0");
+    QTest::newRow("all three") << QStringList { "d .config/Co/Prod" }
+                               << QStringList { ".config " + user, ".config/Co " + user,
+                                      ".config/Co/Prod " + user };
+    QTest::newRow("config of another user kept") << QStringList { "d .config/Co", "c .config 7:7" }
+                                                 << QStringList { ".config 7:7", ".config/Co " + user };
+    QTest::newRow("config of root, another group kept") << QStringList { "d .config/Co",
+        "c .config 0:7" } << QStringList { ".config 0:7", ".config/Co " + user };
+    QTest::newRow("home of another user") << QStringList { "c . 0:0", "d .config/Co/Prod" }
+                                          << QStringList { ".config " + root, ".config/Co/Prod " + root };
+    // Links are neither followed nor handed over themselves.
+    QTest::newRow("company link") << QStringList { "d .config", "d outside/Prod", "l .config/Co ../outside" }
+                                  << QStringList { ".config/Co " + root, "outside " + root,
+                                         "outside/Prod " + root };
+    QTest::newRow("product link") << QStringList { "d .config/Co", "d outside",
+        "l .config/Co/Prod ../../outside" }
+                                  << QStringList { ".config/Co/Prod " + root, "outside " + root };
+    QTest::newRow("config link") << QStringList { "d outside/Co/Prod", "l .config outside" }
+                                 << QStringList { ".config " + root, "outside/Co " + root,
+                                        "outside/Co/Prod " + root };
+    // A file of root's linked in where a folder belongs.
+    QTest::newRow("product hard link") << QStringList { "d .config/Co", "f secret",
+        "h .config/Co/Prod secret" } << QStringList { ".config/Co " + user, "secret " + root };
+}
+
+void tst_Installer::handBack()
+{
+    QFETCH(QStringList, layout);
+    QFETCH(QStringList, owners);
+    if (::geteuid() != 0)
+        QSKIP("changing owners needs root");
+    const QString home = path(QStringLiteral("home"));
+    QVERIFY(QDir().mkdir(home) && ::chown(QFile::encodeName(home).constData(), 12345, 23456) == 0);
+    for (const QString &step : layout) {
+        const QStringList parts = step.split(QLatin1Char(' '));
+        const QString target = home + QLatin1Char('/') + parts.at(1);
+        const QByteArray encoded = QFile::encodeName(target);
+        if (parts.at(0) == QLatin1String("d"))
+            QVERIFY(QDir().mkpath(target));
+        else if (parts.at(0) == QLatin1String("f"))
+            QVERIFY(QFile(target).open(QIODevice::WriteOnly));
+        else if (parts.at(0) == QLatin1String("l"))
+            QVERIFY(::symlink(QFile::encodeName(parts.at(2)).constData(), encoded.constData()) == 0);
+        else if (parts.at(0) == QLatin1String("h"))
+            QVERIFY(::link(QFile::encodeName(home + QLatin1Char('/') + parts.at(2)).constData(),
+                        encoded.constData())
+                == 0);
+        else
+            QVERIFY(::chown(encoded.constData(), parts.at(2).section(':', 0, 0).toUInt(),
+                        parts.at(2).section(':', 1).toUInt())
+                == 0);
+    }
+    ProcessEntry::handBackConfiguration(home, QStringLiteral("Co"), QStringLiteral("Prod"), 12345, 23456);
+    for (const QString &expected : owners) {
+        struct stat status;
+        const QString name = expected.section(QLatin1Char(' '), 0, 0);
+        QVERIFY(::lstat(QFile::encodeName(home + QLatin1Char('/') + name).constData(), &status) == 0);
+        QCOMPARE(QStringLiteral("%1 %2:%3").arg(name).arg(status.st_uid).arg(status.st_gid), expected);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Installer)
