@@ -10,6 +10,7 @@ changed; the groups that install need root. "window" runs under xvfb-run and
 saves a screenshot of every page it stops on into SCREENSHOT_DIR."""
 
 import os
+import resource
 import shlex
 import shutil
 import signal
@@ -171,10 +172,10 @@ class Case(unittest.TestCase):
         env.update(extra or {})
         return env
 
-    def run_setup(self, args, program=None, env=None, prefix=(), stdin=b"", cwd=None):
+    def run_setup(self, args, program=None, env=None, prefix=(), stdin=b"", cwd=None, limit=None):
         result = subprocess.run(list(prefix) + [program or os.path.join(MEDIUM, "Setup")] + list(args),
                                 input=stdin, cwd=cwd or self.tmp, env=self.environment(env),
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=600)
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=600, preexec_fn=limit)
         return result.returncode, result.stdout.decode(), result.stderr.decode()
 
     def install(self, *extra, **kwargs):
@@ -337,6 +338,14 @@ class Cli(Case):
             holder.wait()
         # A killed holder's lock never blocks the next start.
         self.assertEqual(self.run_setup(["--silent"], program=SETUP)[2], "error: License agreement not accepted\n")
+
+    @unittest.skipIf("ASAN_OPTIONS" in os.environ, "the sanitizers need more address space than the limit")
+    def test_out_of_memory_is_an_error_line(self):
+        # A macro that doubles on every pass grows until memory runs out, soon
+        # under a limit on the address space.
+        result = self.run_setup(["--silent", "--accept-license", "--set", "X=$(X)$(X)", "--destination", "$(X)"],
+                                program=SETUP, limit=lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 28, 1 << 28)))
+        self.assertEqual(result[::2], (1, "error: out of memory\n"))
 
     @unittest.skipUnless(shutil.which("tmux"), "needs tmux")
     def test_licence_paged_on_a_terminal(self):
@@ -737,6 +746,10 @@ class Window(Case):
 
     def test_typical_installation_by_keyboard(self):
         self.start()
+        # A second start hands over to this window and ends at once.
+        self.assertEqual(self.run_setup(["--user-mode-install"], env={"DISPLAY": os.environ["DISPLAY"],
+                                                                      "QT_QPA_PLATFORM": "xcb"}), (0, "", ""))
+        self.assertIsNone(self.process.poll())
         for key, page in (("alt+n", "20-licence"), ("alt+a", "20-licence-accepted"), ("alt+n", "03-destination"),
                           ("alt+n", "08-configuration"), ("alt+n", "07-optional"), ("alt+n", "11-start-installation")):
             self.key(key, page)
