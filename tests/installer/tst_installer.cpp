@@ -1,0 +1,496 @@
+// The installer application as the window sees it: which page follows which
+// in every mode, what each run does to the plan and which outcome page it
+// ends on, Cancel while items work; the installation record that a later
+// run restores, or ignores as a whole when it does not fit; and what root
+// must never trust or hand over: a lock another user could have squatted,
+// the folders a sudo run gives back to its user.
+#include "core/hexception.h"
+#include "core/installcommandline.h"
+#include "core/installexception.h"
+#include "core/macrotable.h"
+#include "installer/brantleinstallerapplication.h"
+#include "installer/installsettingsrecord.h"
+#include "installer/installsingleinstance.h"
+#include "installer/installwizardinterface.h"
+#include "installer/processentry.h"
+#include "plan/installarchiveconfigurationitem.h"
+#include "plan/installconfigurationlist.h"
+#include "tests/plan/scriptedquestion.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using Page = InstallWizardInterface::PageId;
+
+namespace {
+
+// An item whose "disk" is a set of titles, so that a check after an install
+// or a removal sees what the actions did.
+class DiskItem : public InstallConfigurationItem
+{
+public:
+    DiskItem(InstallConfigurationItem *parent, const QString &title, QSet<QString> *disk, QStringList *log)
+        : InstallConfigurationItem(parent, title, QString(), 0, true, AllFlags)
+        , m_disk(disk)
+        , m_log(log)
+    { }
+    std::function<void()> duringInstall;
+
+protected:
+    void installAction() override
+    {
+        if (duringInstall)
+            duringInstall();
+        m_log->append(QStringLiteral("install ") + title());
+        m_disk->insert(title());
+    }
+    void uninstallAction() override
+    {
+        m_log->append(QStringLiteral("remove ") + title());
+        m_disk->remove(title());
+    }
+    void checkInstalledAction() override
+    {
+        setInstalled(m_disk->contains(title()) ? fullyInstalled : notInstalled);
+    }
+
+private:
+    QSet<QString> *m_disk;
+    QStringList *m_log;
+};
+
+} // namespace
+
+// The window as a script sees it: pages are ids, a press is a signal.
+class FakeWizard : public InstallWizardInterface
+{
+    Q_OBJECT
+
+public:
+    FakeWizard()
+    {
+        for (int id = 1; id <= 20; ++id) {
+            if (id != MaintenancePage)
+                pages.insert(id);
+        }
+    }
+    void showPage(int id) override
+    {
+        if (!pages.contains(id))
+            throw HException(QStringLiteral("Attempted to show dialog NULL dialog"));
+        emit aboutToShow(id);
+        current = id;
+        shown.append(id);
+    }
+    int currentPageId() const override { return current; }
+    bool hasPage(int id) const override { return pages.contains(id); }
+    bool licenseAccepted() const override { return pages.contains(LicensePage) && accepted; }
+    void acceptLicense() override { accepted = true; }
+    void addPageFlags(int, quint32) override { }
+    void setPageText(int id, const QString &title, const QString &text) override
+    {
+        titles[id] = title;
+        texts[id] = text;
+    }
+    int listedRows(int id) const override { return rows.value(id); }
+    void setProgressPhase(ProgressPhase) override { }
+    void setProgressTaskPrefix(const QString &) override { }
+    void setProgressFollowsList(bool) override { }
+    bool runClosingActions() override { return true; }
+    QString chooseFolder(const QString &, const QString &) override { return QString(); }
+    void reportInstallationError(const QString &message) override { titles[0] = message; }
+    InstallQuestion *question() override { return &script; }
+    void raiseWindow() override { }
+    void hideWindow() override { }
+    void installationModeChanged(InstallMode::Mode) override { }
+
+    void next() { emit nextClicked(current); }
+    void cancel() { emit cancelClicked(current); }
+    void choose(InstallMode::Mode mode) { emit modeChosen(mode); }
+
+    QSet<int> pages;
+    int current = -1;
+    QList<int> shown;
+    bool accepted = true;
+    QMap<int, QString> titles;
+    QMap<int, QString> texts;
+    QMap<int, int> rows;
+    ScriptedQuestion script;
+};
+
+class tst_Installer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void sequences_data();
+    void sequences();
+    void cancelDuringOperationStopsAtNextStep();
+    void record_data();
+    void record();
+    void squattedLock_data();
+    void squattedLock();
+    void handBack_data();
+    void handBack();
+
+private:
+    std::unique_ptr<BrantleInstallerApplication> application(
+        FakeWizard *wizard, const QStringList &options = {});
+    QString path(const QString &name) const { return m_dir->filePath(name); }
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<InstallConfigurationList> m_list;
+    QSet<QString> m_disk;
+    QStringList m_log;
+    DiskItem *m_product = nullptr;
+    DiskItem *m_docs = nullptr;
+};
+
+void tst_Installer::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    macros().setDefaults();
+    macros().set(QStringLiteral("DestDir"), path(QStringLiteral("dest")));
+    QVERIFY(QDir().mkpath(path(QStringLiteral("dest/bin"))));
+    m_disk.clear();
+    m_log.clear();
+    m_list = std::make_unique<InstallConfigurationList>(QStringLiteral("Plan"), QString(), 0, true);
+    m_product = new DiskItem(m_list.get(), QStringLiteral("Product"), &m_disk, &m_log);
+    m_docs = new DiskItem(m_list.get(), QStringLiteral("Docs"), &m_disk, &m_log);
+}
+
+void tst_Installer::cleanup()
+{
+    m_list.reset();
+    m_dir.reset();
+}
+
+std::unique_ptr<BrantleInstallerApplication> tst_Installer::application(
+    FakeWizard *wizard, const QStringList &options)
+{
+    InstallCommandLine commandLine;
+    commandLine.parse(
+        QStringList { QStringLiteral("Setup"), QStringLiteral("--user-mode-install") } + options, macros());
+    return std::make_unique<BrantleInstallerApplication>(commandLine, m_list.get(), wizard);
+}
+
+void tst_Installer::sequences_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<bool>("installedBefore"); // a silent installation first
+    QTest::addColumn<QString>(
+        "wizard"); // "no licence", "not accepted", "maintenance", "environment", "optional"
+    QTest::addColumn<int>("chosen"); // the mode chosen on the configuration or maintenance page
+    QTest::addColumn<QList<int>>("pages"); // every page shown
+    QTest::addColumn<QString>("log");
+    QTest::addColumn<QString>("outcome"); // the last page's title
+    QTest::addColumn<int>("result");
+    const QString both = QStringLiteral("install Product,install Docs");
+    const QString removeBoth = QStringLiteral("remove Docs,remove Product");
+    const int typical = InstallMode::Typical;
+    const int succeeded = InstallApplication::Succeeded;
+    QTest::newRow("typical") << QStringList() << false << "" << typical
+                             << QList<int> { 1, 20, 3, 8, 11, 16, 17 } << both << "Install Complete"
+                             << succeeded;
+    QTest::newRow("custom, variables and components")
+        << QStringList() << false << "environment optional" << int(InstallMode::Custom)
+        << QList<int> { 1, 20, 3, 8, 9, 6, 7, 11, 16, 17 } << both << "Install Complete" << succeeded;
+    QTest::newRow("minimal, components only")
+        << QStringList() << false << "optional" << int(InstallMode::Minimal)
+        << QList<int> { 1, 20, 3, 8, 7, 11, 16, 17 } << both << "Install Complete" << succeeded;
+    QTest::newRow("no licence page") << QStringList() << false << "no licence" << typical
+                                     << QList<int> { 1, 3, 8, 11, 16, 17 } << both << "Install Complete"
+                                     << succeeded;
+    QTest::newRow("licence not accepted")
+        << QStringList() << false << "not accepted" << typical << QList<int> { 1, 20, 18 } << ""
+        << "Installation Failed" << int(InstallApplication::Failed);
+    QTest::newRow("an installation at the destination is upgraded")
+        << QStringList() << true << "" << typical << QList<int> { 1, 20, 3, 16, 15, 16, 17 }
+        << removeBoth + "," + both << "Upgrade Complete" << succeeded;
+    QTest::newRow("--remove starts at the removal")
+        << QStringList { "--remove" } << true << "" << typical << QList<int> { 16, 12, 16, 17 } << removeBoth
+        << "Uninstall Complete" << int(InstallApplication::Removed);
+    QTest::newRow("repair chosen on the maintenance page")
+        << QStringList() << true << "maintenance" << int(InstallMode::Repair) << QList<int> { 10, 14, 16, 17 }
+        << removeBoth + "," + both << "Repair Complete" << succeeded;
+    // Docs deselected on the custom setup page: only it goes.
+    QTest::newRow("modify chosen on the maintenance page")
+        << QStringList() << true << "maintenance" << int(InstallMode::Modify)
+        << QList<int> { 10, 9, 13, 16, 17 } << "remove Docs"
+        << "Modify Complete" << succeeded;
+}
+
+void tst_Installer::sequences()
+{
+    QFETCH(QStringList, options);
+    QFETCH(bool, installedBefore);
+    QFETCH(QString, wizard);
+    QFETCH(int, chosen);
+    QFETCH(QList<int>, pages);
+    QFETCH(QString, log);
+    QFETCH(QString, outcome);
+    QFETCH(int, result);
+    if (installedBefore) {
+        auto installer
+            = application(nullptr, { QStringLiteral("--silent"), QStringLiteral("--accept-license") });
+        QCOMPARE(installer->run(), int(InstallApplication::Succeeded));
+        m_list->setInstalled(InstallConfigurationItem::notInstalled, true);
+        m_log.clear();
+    }
+    FakeWizard window;
+    window.accepted = wizard != QLatin1String("not accepted");
+    if (wizard == QLatin1String("no licence"))
+        window.pages.remove(Page::LicensePage);
+    window.rows[Page::EnvironmentPage] = wizard.contains(QLatin1String("environment")) ? 2 : 0;
+    window.rows[Page::OptionalPage] = wizard.contains(QLatin1String("optional")) ? 1 : 0;
+    auto installer = application(&window, options);
+    if (wizard == QLatin1String("maintenance")) {
+        // A product whose own maintenance page chooses the mode.
+        window.pages.insert(Page::MaintenancePage);
+        QVERIFY(m_list->checkInstalled());
+        window.choose(InstallMode::Mode(chosen));
+        window.showPage(Page::MaintenancePage);
+    } else {
+        installer->start();
+    }
+    for (int i = 0; i < 12 && !installer->hasEnded(); ++i) {
+        if (window.current == Page::ConfigurationPage)
+            window.choose(InstallMode::Mode(chosen));
+        if (window.current == Page::CustomSetupPage && wizard == QLatin1String("maintenance"))
+            m_docs->setInstall(false);
+        window.next();
+    }
+    QVERIFY(installer->hasEnded());
+    QCOMPARE(window.shown, pages);
+    QCOMPARE(m_log.join(QLatin1Char(',')), log);
+    QCOMPARE(window.titles[window.shown.last()], outcome);
+    QCOMPARE(installer->result(), result);
+    QVERIFY(window.script.asked.isEmpty());
+    // Every run that changed something leaves its record for the next one.
+    QCOMPARE(QFile::exists(path(QStringLiteral("dest/bin/IConf.xml"))), !log.isEmpty() || installedBefore);
+}
+
+void tst_Installer::cancelDuringOperationStopsAtNextStep()
+{
+    FakeWizard window;
+    window.script.answers = { InstallQuestion::No, InstallQuestion::Yes };
+    auto installer = application(&window);
+    // Cancel pressed twice while the first item works: No goes on, Yes stops
+    // the run before the second item.
+    m_product->duringInstall = [&window] {
+        window.cancel();
+        window.cancel();
+    };
+    installer->start();
+    for (int i = 0; i < 6 && window.current != Page::StartInstallationPage; ++i)
+        window.next();
+    window.next();
+    QCOMPARE(window.script.headings(),
+        QStringList({ "The installation is not complete", "The installation is not complete" }));
+    QCOMPARE(m_log, QStringList { QStringLiteral("install Product") });
+    QCOMPARE(window.current, int(Page::FailedPage));
+    QVERIFY(window.texts[Page::FailedPage].startsWith(
+        QStringLiteral("Installation has been cancelled by user.")));
+    // What was done is recorded for a later removal.
+    QVERIFY(QFile::exists(path(QStringLiteral("dest/bin/IConf.xml"))));
+    window.next();
+    QVERIFY(installer->hasEnded());
+    QCOMPARE(installer->result(), int(InstallApplication::Failed));
+}
+
+void tst_Installer::record_data()
+{
+    QTest::addColumn<int>("mode"); // of the run that reads the record
+    QTest::addColumn<QByteArray>("from"); // an edit of the record first
+    QTest::addColumn<QByteArray>("to");
+    QTest::addColumn<bool>("usable");
+    QTest::newRow("Modify restores the source")
+        << int(InstallMode::Modify) << QByteArray() << QByteArray() << true;
+    QTest::newRow("Repair restores the source")
+        << int(InstallMode::Repair) << QByteArray() << QByteArray() << true;
+    QTest::newRow("Remove keeps its own source")
+        << int(InstallMode::Remove) << QByteArray() << QByteArray() << true;
+    const int modify = InstallMode::Modify;
+    QTest::newRow("missing") << modify << QByteArray() << QByteArray("DELETE") << false;
+    QTest::newRow("truncated") << modify << QByteArray("</configuration>\n") << QByteArray("</configur")
+                               << false;
+    QTest::newRow("renamed item") << modify << QByteArray("title=\"Docs\"") << QByteArray("title=\"Doc\"")
+                                  << false;
+    QTest::newRow("other root") << modify << QByteArray("title=\"Plan\"") << QByteArray("title=\"Other\"")
+                                << false;
+    QTest::newRow("unknown state") << modify << QByteArray("installed=\"fullyInstalled\"")
+                                   << QByteArray("installed=\"2\"") << false;
+    QTest::newRow("broken escape") << modify << QByteArray("sub/x.h") << QByteArray("sub%G0x.h") << false;
+}
+
+void tst_Installer::record()
+{
+    QFETCH(int, mode);
+    QFETCH(QByteArray, from);
+    QFETCH(QByteArray, to);
+    QFETCH(bool, usable);
+    auto *archive = new InstallArchiveConfigurationItem(m_list.get(), QStringLiteral("Files"), QString(), 0,
+        true, InstallConfigurationItem::AllFlags, QStringLiteral("bin"), QStringLiteral("$(DestDir)/bin"), 3);
+    FixedMode modeSource(InstallMode::Typical);
+    m_list->setModeSource(&modeSource);
+    const QString recordPath = path(QStringLiteral("dest/bin/IConf.xml"));
+    macros().set(QStringLiteral("SrcDir"), QStringLiteral("/media/cd"));
+    macros().set(QStringLiteral("ProgramFolderDir"), QStringLiteral("$(Company)/menu"));
+    m_list->setInstalled(InstallConfigurationItem::fullyInstalled, true);
+    m_docs->setInstall(false);
+    archive->setFiles({ QStringLiteral("a b.txt"), QStringLiteral("sub/x.h") });
+    QVERIFY(InstallSettingsRecord(m_list.get()).save(recordPath));
+    QFile file(recordPath);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QByteArray bytes = file.readAll();
+    file.close();
+    QVERIFY(bytes.contains("dest_dir=\"" + QFile::encodeName(path(QStringLiteral("dest"))) + "\""));
+    QVERIFY(bytes.contains("src_dir=\"/media/cd\" program_folder_dir=\"Tamrin/menu\""));
+    if (to == "DELETE") {
+        QVERIFY(file.remove());
+    } else if (!from.isEmpty()) {
+        QVERIFY2(bytes.contains(from), bytes.constData());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(bytes.replace(from, to));
+        file.close();
+    }
+
+    // A later run, started elsewhere, with a fresh plan.
+    m_list->setInstalled(InstallConfigurationItem::notInstalled, true);
+    m_docs->setInstall(true);
+    archive->setFiles({});
+    macros().set(QStringLiteral("SrcDir"), QStringLiteral("/run/from/here"));
+    macros().set(QStringLiteral("ProgramFolderDir"), QStringLiteral("$(Before)"));
+    modeSource.value = InstallMode::Mode(mode);
+    QCOMPARE(InstallSettingsRecord(m_list.get()).load(recordPath), usable);
+    const bool restoresSource = usable && mode != InstallMode::Remove;
+    QCOMPARE(expandMacros(QStringLiteral("$(SrcDir)")), restoresSource ? "/media/cd" : "/run/from/here");
+    QCOMPARE(expandMacros(QStringLiteral("$(ProgramFolderDir)")), usable ? "Tamrin/menu" : "$(Before)");
+    QCOMPARE(m_product->installed(),
+        usable ? InstallConfigurationItem::fullyInstalled : InstallConfigurationItem::notInstalled);
+    QCOMPARE(m_docs->installFlag(), !usable);
+    QCOMPARE(archive->files(), usable ? QStringList({ "a b.txt", "sub/x.h" }) : QStringList());
+}
+
+void tst_Installer::squattedLock_data()
+{
+    QTest::addColumn<QString>("change"); // what differs from a private folder of this user's own
+    QTest::addColumn<bool>("obeyed");
+    QTest::newRow("private folder") << QString() << true;
+    QTest::newRow("folder open to others") << "mode 0755" << false;
+    QTest::newRow("link to a private folder") << "link" << false;
+    QTest::newRow("folder of another user") << "folder owner" << false;
+    QTest::newRow("lock file of another user") << "lock owner" << false;
+}
+
+void tst_Installer::squattedLock()
+{
+    QFETCH(QString, change);
+    QFETCH(bool, obeyed);
+    if (change.endsWith(QLatin1String("owner")) && ::geteuid() != 0)
+        QSKIP("giving files away needs root");
+    const QString identifier = QStringLiteral("tst squatted");
+    const QString real = path(QStringLiteral("real"));
+    QVERIFY(QDir().mkdir(real) && ::chmod(QFile::encodeName(real).constData(), 0700) == 0);
+    // Somebody holds a lock file where the guard looks.
+    const QByteArray hash = QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex();
+    const QByteArray lock = QFile::encodeName(real) + "/setup-" + hash.left(16) + ".lock";
+    const int squatter = ::open(lock.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    QVERIFY(squatter >= 0 && ::flock(squatter, LOCK_EX | LOCK_NB) == 0);
+    QString folder = real;
+    if (change == QLatin1String("mode 0755"))
+        QVERIFY(::chmod(QFile::encodeName(real).constData(), 0755) == 0);
+    else if (change == QLatin1String("link"))
+        QVERIFY(QFile::link(real, folder = path(QStringLiteral("link"))));
+    else if (change == QLatin1String("folder owner"))
+        QVERIFY(::chown(QFile::encodeName(real).constData(), 12345, 12345) == 0);
+    else if (change == QLatin1String("lock owner"))
+        QVERIFY(::fchown(squatter, 12345, 12345) == 0);
+    InstallSingleInstance guard(identifier, folder);
+    ::close(squatter);
+    QCOMPARE(guard.isRunning(), obeyed);
+}
+
+void tst_Installer::handBack_data()
+{
+    // The home folder is the user's unless a step gives it back to root.
+    QTest::addColumn<QStringList>(
+        "layout"); // "d path", "f path", "l path target", "h path target", "c path uid:gid"
+    QTest::addColumn<QStringList>("owners"); // "path owner" after the hand-back
+    const QString user = QStringLiteral("12345:23456");
+    const QString root = QStringLiteral("0:0");
+    QTest::newRow("all three") << QStringList { "d .config/Co/Prod" }
+                               << QStringList { ".config " + user, ".config/Co " + user,
+                                      ".config/Co/Prod " + user };
+    QTest::newRow("config of another user kept") << QStringList { "d .config/Co", "c .config 7:7" }
+                                                 << QStringList { ".config 7:7", ".config/Co " + user };
+    QTest::newRow("config of root, another group kept") << QStringList { "d .config/Co",
+        "c .config 0:7" } << QStringList { ".config 0:7", ".config/Co " + user };
+    QTest::newRow("home of another user") << QStringList { "c . 0:0", "d .config/Co/Prod" }
+                                          << QStringList { ".config " + root, ".config/Co/Prod " + root };
+    // Links are neither followed nor handed over themselves.
+    QTest::newRow("company link") << QStringList { "d .config", "d outside/Prod", "l .config/Co ../outside" }
+                                  << QStringList { ".config/Co " + root, "outside " + root,
+                                         "outside/Prod " + root };
+    QTest::newRow("product link") << QStringList { "d .config/Co", "d outside",
+        "l .config/Co/Prod ../../outside" }
+                                  << QStringList { ".config/Co/Prod " + root, "outside " + root };
+    QTest::newRow("config link") << QStringList { "d outside/Co/Prod", "l .config outside" }
+                                 << QStringList { ".config " + root, "outside/Co " + root,
+                                        "outside/Co/Prod " + root };
+    // A file of root's linked in where a folder belongs.
+    QTest::newRow("product hard link") << QStringList { "d .config/Co", "f secret",
+        "h .config/Co/Prod secret" } << QStringList { ".config/Co " + user, "secret " + root };
+}
+
+void tst_Installer::handBack()
+{
+    QFETCH(QStringList, layout);
+    QFETCH(QStringList, owners);
+    if (::geteuid() != 0)
+        QSKIP("changing owners needs root");
+    const QString home = path(QStringLiteral("home"));
+    QVERIFY(QDir().mkdir(home) && ::chown(QFile::encodeName(home).constData(), 12345, 23456) == 0);
+    for (const QString &step : layout) {
+        const QStringList parts = step.split(QLatin1Char(' '));
+        const QString target = home + QLatin1Char('/') + parts.at(1);
+        const QByteArray encoded = QFile::encodeName(target);
+        if (parts.at(0) == QLatin1String("d"))
+            QVERIFY(QDir().mkpath(target));
+        else if (parts.at(0) == QLatin1String("f"))
+            QVERIFY(QFile(target).open(QIODevice::WriteOnly));
+        else if (parts.at(0) == QLatin1String("l"))
+            QVERIFY(::symlink(QFile::encodeName(parts.at(2)).constData(), encoded.constData()) == 0);
+        else if (parts.at(0) == QLatin1String("h"))
+            QVERIFY(::link(QFile::encodeName(home + QLatin1Char('/') + parts.at(2)).constData(),
+                        encoded.constData())
+                == 0);
+        else
+            QVERIFY(::chown(encoded.constData(), parts.at(2).section(':', 0, 0).toUInt(),
+                        parts.at(2).section(':', 1).toUInt())
+                == 0);
+    }
+    ProcessEntry::handBackConfiguration(home, QStringLiteral("Co"), QStringLiteral("Prod"), 12345, 23456);
+    for (const QString &expected : owners) {
+        struct stat status;
+        const QString name = expected.section(QLatin1Char(' '), 0, 0);
+        QVERIFY(::lstat(QFile::encodeName(home + QLatin1Char('/') + name).constData(), &status) == 0);
+        QCOMPARE(QStringLiteral("%1 %2:%3").arg(name).arg(status.st_uid).arg(status.st_gid), expected);
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_Installer)
+#include "tst_installer.moc"

@@ -1,0 +1,862 @@
+// The media library through its public behaviour: archives of every form
+// written and read back, archives written by the independent Python writer
+// (tests/data/archives), names and links that would lead out of the target,
+// both kinds of medium, extraction on worker threads, and the compressed
+// streams against libbz2's and zlib's own readers and the bzip2 command.
+#include "core/hexception.h"
+#include "core/installexception.h"
+#include "core/installusercancelexception.h"
+#include "media/filestoreinstallmedia.h"
+#include "media/installoverwritedecision.h"
+#include "media/packagearchive.h"
+#include "media/packagearchivecompressedbzinputfile.h"
+#include "media/packagearchivecompressedbzoutputfile.h"
+#include "media/packagearchivecompressedgzinputfile.h"
+#include "media/packagearchivecompressedgzoutputfile.h"
+#include "media/packagearchiveextraction.h"
+#include "media/packagearchiveinstallmedia.h"
+
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QtTest>
+
+#include <bzlib.h>
+#include <functional>
+#include <limits>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+#include <utime.h>
+#include <zlib.h>
+
+namespace {
+
+QString message(const std::function<void()> &action)
+{
+    try {
+        action();
+    } catch (const HException &error) {
+        return error.message();
+    } catch (const InstallException &error) {
+        return error.message();
+    }
+    return QString();
+}
+
+// Runs of random bytes and of text, as in a product: both compressors work.
+QByteArray sample(qsizetype size, quint32 seed)
+{
+    QRandomGenerator random(seed);
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (qsizetype i = 0; i < size; ++i)
+        bytes[i] = (i / 5000) % 3 == 0 ? char(random.bounded(256)) : char('a' + (i * 7 + i / 13) % 26);
+    return bytes;
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+void writeFile(const QString &path, const QByteArray &bytes, mode_t mode = 0644, qint64 time = -1)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
+        qFatal("cannot write %s", qPrintable(path));
+    file.close();
+    ::chmod(QFile::encodeName(path).constData(), mode);
+    if (time >= 0) {
+        const struct utimbuf times = { time_t(time), time_t(time) };
+        ::utime(QFile::encodeName(path).constData(), &times);
+    }
+}
+
+struct stat statusOf(const QString &path)
+{
+    struct stat status = {};
+    ::lstat(QFile::encodeName(path).constData(), &status);
+    return status;
+}
+
+QStringList filesBelow(const QString &folder)
+{
+    QStringList found;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        found.append(QDir(folder).relativeFilePath(it.next()));
+    found.sort();
+    return found;
+}
+
+// Writes its archives behind a prefix, as a data file carries them.
+class PrefixedArchive : public PackageArchive
+{
+public:
+    explicit PrefixedArchive(int prefix)
+        : m_prefix(prefix)
+    { }
+
+protected:
+    void beginWrite(FILE *file) override
+    {
+        const QByteArray prefix(m_prefix, '\x90');
+        std::fwrite(prefix.constData(), 1, size_t(prefix.size()), file);
+    }
+
+private:
+    int m_prefix;
+};
+
+// Counts the bytes the body stream decompresses and how often it starts over.
+template<class Base> class Counting : public Base
+{
+public:
+    Counting(FILE *file, quint64 *produced, int *starts)
+        : Base(file)
+        , m_produced(produced)
+        , m_starts(starts)
+    { }
+
+protected:
+    void init() override
+    {
+        ++*m_starts;
+        Base::init();
+    }
+    void readChunk(char *buffer, qint32 size) override
+    {
+        *m_produced += quint64(size);
+        Base::readChunk(buffer, size);
+    }
+
+private:
+    quint64 *m_produced;
+    int *m_starts;
+};
+
+class CountingArchive : public PackageArchive
+{
+public:
+    quint64 produced = 0;
+    int starts = 0;
+
+protected:
+    std::unique_ptr<PackageArchiveIOFileInterface> createInputFile(quint32 kind, FILE *file) override
+    {
+        if (kind == 1)
+            return std::make_unique<Counting<PackageArchiveCompressedBzInputFile>>(file, &produced, &starts);
+        return std::make_unique<Counting<PackageArchiveCompressedGzInputFile>>(file, &produced, &starts);
+    }
+};
+
+// Members "bin/fNNN": with large, mostly a few hundred bytes and every tenth a
+// few megabytes; else tens of kilobytes each, ten megabytes in all.
+QString writeArchive(const QString &folder, quint32 compression, int count, bool large)
+{
+    PackageArchive archive;
+    archive.setCompression(compression);
+    for (int i = 0; i < count; ++i) {
+        const qsizetype size = !large ? 20000 + i * 997 : i % 10 == 3 ? (3 << 20) + i : 100 + i * 137;
+        archive.addData(
+            sample(size, quint32(i)), 0640, QStringLiteral("bin/f%1").arg(i, 3, 10, QLatin1Char('0')));
+    }
+    const QString path = folder + QStringLiteral("/archive.pa");
+    archive.save(path, compression == 1 ? 1 : 6);
+    return path;
+}
+
+// Reads until the stream fails or size bytes came; how many came, and why it stopped.
+QPair<qint64, QString> readStream(PackageArchiveIOFileInterface &stream, qint64 size, QByteArray *out)
+{
+    char buffer[16384];
+    qint64 done = 0;
+    try {
+        while (done < size) {
+            const qint32 want = qint32(qMin<qint64>(sizeof buffer, size - done));
+            if (stream.read(buffer, want) != want)
+                return { done, QStringLiteral("short read") };
+            out->append(buffer, want);
+            done += want;
+        }
+    } catch (const HException &error) {
+        return { done, error.message() };
+    }
+    return { done, QString() };
+}
+
+QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input = QByteArray())
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(120000) || process.exitCode() != 0)
+        return QByteArray("<failed>");
+    return process.readAllStandardOutput();
+}
+
+class Decision : public InstallOverwriteDecision
+{
+public:
+    bool shouldOverwrite(qint64 modified, quint64 size, const QString &destination) override
+    {
+        asked.append(
+            QStringLiteral("%1 %2 %3").arg(QFileInfo(destination).fileName()).arg(modified).arg(size));
+        threads.append(QThread::currentThread());
+        return !destination.endsWith(QLatin1String("declined"));
+    }
+    QStringList asked;
+    QList<QThread *> threads;
+};
+
+} // namespace
+
+class tst_Media : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
+    }
+    void roundTrip_data();
+    void roundTrip();
+    void independentArchives_data();
+    void independentArchives();
+    void sortedIndexOfManyNames();
+    void refusedTargets_data();
+    void refusedTargets();
+    void media_data();
+    void media();
+    void extraction_data();
+    void extraction();
+    void bodyReadOnce_data();
+    void bodyReadOnce();
+    void bzip2AgainstReferences_data();
+    void bzip2AgainstReferences();
+    void damagedBzip2_data();
+    void damagedBzip2();
+    void resume_data();
+    void resume();
+
+private:
+    QString path(const QString &name) const { return m_dir->filePath(name); }
+    std::unique_ptr<QTemporaryDir> m_dir;
+    // A small tmpfs in a mount namespace of this process's own, when root.
+    QTemporaryDir m_smallRoot;
+    QString m_smallFolder;
+};
+
+void tst_Media::initTestCase()
+{
+    // Before any thread starts: a process with threads cannot leave its namespace.
+    if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0
+        || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return;
+    if (::mount("tmpfs", QFile::encodeName(m_smallRoot.path()).constData(), "tmpfs", 0, "size=72m") == 0)
+        m_smallFolder = m_smallRoot.path();
+}
+
+void tst_Media::cleanupTestCase()
+{
+    if (!m_smallFolder.isEmpty())
+        ::umount2(QFile::encodeName(m_smallFolder).constData(), MNT_DETACH);
+}
+
+void tst_Media::roundTrip_data()
+{
+    QTest::addColumn<int>("version");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("offset");
+    QTest::newRow("v2 zlib") << 2 << 0 << 0;
+    QTest::newRow("v2 bzip2 behind a prefix") << 2 << 1 << 4099;
+    QTest::newRow("v1 behind a prefix") << 1 << 0 << 77;
+}
+
+void tst_Media::roundTrip()
+{
+    QFETCH(int, version);
+    QFETCH(int, kind);
+    QFETCH(int, offset);
+    PrefixedArchive writer(offset);
+    writer.setVersion(quint32(version));
+    writer.setCompression(quint32(kind));
+    writeFile(path("source/tool"), sample(200000, 1), 06755, 1234567890);
+    writeFile(path("source/header"), QByteArray(3000, 'h'), 0444, 1000000000);
+    writer.addFile(path("source/tool"), QStringLiteral("bin/tool"));
+    writer.addFile(path("source/header"), QStringLiteral("include/deep/er/caf\u00e9 \u00fc.h"));
+    writer.addData(QByteArray(), 0600, QStringLiteral("empty"));
+    writer.save(path("archive.bin"));
+
+    PackageArchive reader;
+    reader.open(path("archive.bin"), offset);
+    QCOMPARE(reader.count(), 3);
+    reader.extractAll(path("out"), false);
+    // Version 1 keeps only whether a member is read-only; set-id bits never travel.
+    const QList<quint32> modes
+        = version == 2 ? QList<quint32> { 0100755, 0100444, 0600 } : QList<quint32> { 0666, 0444, 0666 };
+    for (int i = 0; i < 3; ++i) {
+        const PackageArchiveFile read = reader.member(i);
+        QCOMPARE(read.name(), writer.member(i).name());
+        QCOMPARE(read.mode(), modes[i]);
+        QCOMPARE(read.time().toSecsSinceEpoch(), writer.member(i).time().toSecsSinceEpoch());
+        const QString target = path("out/") + read.name();
+        QCOMPARE(readAll(target), writer.data(writer.member(i)));
+        QCOMPARE(statusOf(target).st_mode & 07777, modes[i] & 0777);
+        QCOMPARE(qint64(statusOf(target).st_mtime), read.time().toSecsSinceEpoch());
+    }
+    // Going back restarts the body and still gives the right bytes.
+    QCOMPARE(reader.data(reader.member(0)), sample(200000, 1));
+}
+
+void tst_Media::independentArchives_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<int>("offset");
+    QTest::addColumn<int>("version");
+    QTest::addColumn<QString>("expected"); // the failure, if any
+    QTest::newRow("v2 zlib") << "v2-zlib.pa" << 0 << 2 << "";
+    QTest::newRow("v2 bzip2") << "v2-bzip2.pa" << 0 << 2 << "";
+    QTest::newRow("v1") << "v1.pa" << 0 << 1 << "";
+    QTest::newRow("v1 behind a current bzip2 header") << "v1-in-current-bzip2.pa" << 0 << 1 << "";
+    QTest::newRow("embedded at 1000") << "embedded-at-1000.bin" << 1000 << 2 << "";
+    QTest::newRow("embedded, read at 0")
+        << "embedded-at-1000.bin" << 0 << 2 << "unsupported package file format";
+    QTest::newRow("version 3") << "version3.pa" << 0 << 2 << "unsupported package file format";
+    QTest::newRow("kind 2") << "kind2.pa" << 0 << 2 << "unsupported compression algorithm";
+    QTest::newRow("uncompressed v1, one member") << "plain-v1-one.pa" << 0 << 1 << "bad table of contents";
+    QTest::newRow("zlib body ends in the table")
+        << "truncated-table-zlib.pa" << 0 << 2 << "error reading stream";
+    QTest::newRow("corrupted zlib body")
+        << "corrupt-zlib.pa" << 0 << 2 << "error reading from compressed stream";
+    QTest::newRow("truncated bzip2 body")
+        << "truncated-bzip2.pa" << 0 << 2 << "error reading from compressed stream";
+    QTest::newRow("member longer than the body")
+        << "short-member-zlib.pa" << 0 << 2 << "error reading stream";
+}
+
+void tst_Media::independentArchives()
+{
+    QFETCH(QString, file);
+    QFETCH(int, offset);
+    QFETCH(int, version);
+    QFETCH(QString, expected);
+    QByteArray ramp;
+    for (int i = 0; i < 40 * 256; ++i)
+        ramp.append(char(i));
+    // What archiveformat.py's sample_members() writes.
+    const struct
+    {
+        QString name;
+        QByteArray bytes;
+        quint32 mode;
+        qint64 time;
+    } samples[] = {
+        { QStringLiteral("readme.txt"), "hello archive\n", 0100644, 1600000000 },
+        { QStringLiteral("bin/tool"), ramp, 0100755, 1500000000 },
+        { QStringLiteral("empty"), QByteArray(), 0100444, 0 },
+        { QStringLiteral("lib/caf\u00e9.so"),
+            "\x7f"
+            "ELF"
+                + QByteArray(5000, 'x'),
+            0100555, 2000000000 },
+    };
+    PackageArchive archive;
+    const QString failure = message([&] {
+        archive.open(QStringLiteral(SETUP_SOURCE_DIR "/tests/data/archives/") + file, offset,
+            PackageArchive::SortedIndex);
+        for (const auto &member : archive.entries(QStringLiteral("*")))
+            archive.data(member);
+    });
+    QCOMPARE(failure, expected);
+    if (!expected.isEmpty())
+        return;
+    QCOMPARE(archive.count(), 4);
+    // Backwards, by name.
+    for (int i = 3; i >= 0; --i) {
+        const PackageArchiveFile member = archive.find(samples[i].name);
+        QCOMPARE(archive.indexOf(samples[i].name), i);
+        QCOMPARE(member.mode(), version == 2 ? samples[i].mode : ((samples[i].mode & 0222) ? 0666u : 0444u));
+        QCOMPARE(member.time().toSecsSinceEpoch(), samples[i].time);
+        QCOMPARE(archive.data(member), samples[i].bytes);
+    }
+}
+
+void tst_Media::sortedIndexOfManyNames()
+{
+    // Names in descending order, the worst case for an index built one
+    // insertion at a time: built with one sort, it costs about what reading
+    // the table does.
+    const int count = 50000;
+    QByteArray body(20, '\0');
+    qToLittleEndian<quint32>(count, body.data());
+    for (int i = count - 1; i >= 0; --i) {
+        const QByteArray name = "lib/f" + QByteArray::number(i).rightJustified(6, '0');
+        uchar record[18] = {};
+        qToLittleEndian<quint16>(quint16(name.size()), record);
+        body.append(reinterpret_cast<const char *>(record), 18).append(name);
+    }
+    // The current header of a zlib body; qCompress writes the length, then a zlib stream.
+    writeFile(path("names.pa"), QByteArray::fromHex("b1c6f57102000000") + qCompress(body, 1).mid(4));
+    PackageArchive archive;
+    const auto fastest = [&](quint32 flags) {
+        qint64 best = std::numeric_limits<qint64>::max();
+        for (int run = 0; run < 3; ++run) {
+            QElapsedTimer timer;
+            timer.start();
+            archive.open(path("names.pa"), 0, flags);
+            best = std::min(best, timer.nsecsElapsed());
+        }
+        return best;
+    };
+    const qint64 plain = fastest(0);
+    const qint64 indexed = fastest(PackageArchive::SortedIndex);
+    QVERIFY2(indexed < 3 * plain,
+        qPrintable(QStringLiteral("%1 ns with the index, %2 ns without").arg(indexed).arg(plain)));
+    for (const int i : { 0, 30000, count - 1 })
+        QCOMPARE(archive.find(QStringLiteral("lib/f%1").arg(i, 6, 10, QLatin1Char('0'))),
+            archive.member(count - 1 - i));
+    QVERIFY(archive.find(QStringLiteral("lib/f050000")).isNull());
+}
+
+void tst_Media::refusedTargets_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("expected"); // empty: written below out
+    const QString link = QStringLiteral("refusing file name that leads through a symbolic link ");
+    QTest::newRow("absolute") << "/etc/passwd"
+                              << "refusing absolute file name /etc/passwd";
+    QTest::newRow("parent deeper") << "a/b/../../../escape"
+                                   << "refusing file name with a .. component a/b/../../../escape";
+    QTest::newRow("through a link out") << "escape/victim" << link + "escape/victim";
+    QTest::newRow("through a link climbing out") << "real/up/x" << link + "real/up/x";
+    QTest::newRow("through a dangling link") << "dangling/x" << link + "dangling/x";
+    // Even a link that stays inside is not followed: it could be swapped meanwhile.
+    QTest::newRow("through a link inside") << "inside/ok" << link + "inside/ok";
+    QTest::newRow("a link in the file's place is replaced") << "victim"
+                                                            << "";
+    QTest::newRow("dots inside names are fine") << "a/..b/c.."
+                                                << "";
+}
+
+void tst_Media::refusedTargets()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, expected);
+    const QString out = path("out");
+    const QString outside = path("outside");
+    QVERIFY(QDir().mkpath(out + "/real") && QDir().mkpath(outside));
+    writeFile(outside + "/victim", "precious");
+    QVERIFY(QFile::link(outside, out + "/escape"));
+    QVERIFY(QFile::link("../..", out + "/real/up"));
+    QVERIFY(QFile::link("real", out + "/inside"));
+    QVERIFY(QFile::link(path("nowhere"), out + "/dangling"));
+    QVERIFY(QFile::link(outside + "/victim", out + "/victim"));
+    // Through an archive file, as an attacker would deliver it.
+    PackageArchive writer;
+    writer.addData("evil", 0644, name);
+    writer.save(path("evil.pa"));
+    PackageArchive archive(path("evil.pa"));
+    QCOMPARE(message([&] { archive.extractAll(out, true); }), expected);
+    QCOMPARE(filesBelow(outside), QStringList("victim"));
+    QCOMPARE(readAll(outside + "/victim"), QByteArray("precious"));
+    QVERIFY(!QFileInfo::exists(path("nowhere")) && !QFileInfo::exists(path("escape")));
+    QCOMPARE(filesBelow(out + "/real"), QStringList());
+    if (expected.isEmpty()) {
+        const QString written = QFileInfo(out + "/" + name).canonicalFilePath();
+        QVERIFY2(written.startsWith(out + "/"), qPrintable(written));
+        QCOMPARE(readAll(written), QByteArray("evil"));
+    }
+}
+
+void tst_Media::media_data()
+{
+    QTest::addColumn<bool>("archive");
+    QTest::addColumn<quint32>("compression");
+    QTest::newRow("folder") << false << 0u;
+    QTest::newRow("zlib archive inside a data file") << true << 0u;
+    QTest::newRow("bzip2 archive inside a data file") << true << 1u;
+}
+
+void tst_Media::media()
+{
+    QFETCH(bool, archive);
+    QFETCH(quint32, compression);
+    const struct
+    {
+        QString name;
+        QByteArray bytes;
+        mode_t mode;
+        qint64 time;
+    } files[] = {
+        { "bin/Quilmor", "#!/bin/sh\necho quilmor\n", 0755, 1600000000 },
+        { "bin/declined", "never written", 0644, 1500000000 },
+        { "bin/sub/deep.txt", QByteArray(70000, 'd'), 0644, 1500000000 },
+        { "bin/sub/readonly.h", QByteArray(), 0444, 1300000000 },
+        { "other/file", "not below bin", 0600, 1400000000 },
+    };
+    std::unique_ptr<InstallMedia> medium;
+    if (archive) {
+        PrefixedArchive writer(4096);
+        writer.setVersion(2);
+        writer.setCompression(compression);
+        for (const auto &file : files)
+            writer.addData(file.bytes, file.mode, file.name)
+                .setTime(QDateTime::fromSecsSinceEpoch(file.time));
+        writer.save(path("data.bin"));
+        medium = std::make_unique<PackageArchiveInstallMedia>(path("data.bin"), 4096);
+    } else {
+        for (const auto &file : files)
+            writeFile(path("medium/") + file.name, file.bytes, file.mode, file.time);
+        medium = std::make_unique<FileStoreInstallMedia>(path("medium"));
+    }
+    Decision decision;
+    medium->setOverwriteDecision(&decision);
+    QStringList announced;
+    QStringList reported;
+    connect(
+        medium.get(), &InstallMedia::extractingFile, this, [&](const QString &name) { announced << name; });
+    connect(medium.get(), &InstallMedia::extractedFile, this,
+        [&](quint64 size) { reported << QString::number(size); });
+    quint64 total = 0;
+    const QStringList names = medium->list(QStringLiteral("bin"), total);
+    QCOMPARE(names, QStringList({ "Quilmor", "declined", "sub/deep.txt", "sub/readonly.h" }));
+    QCOMPARE(total, quint64(23 + 13 + 70000));
+    writeFile(path("dest/declined"), "the user's");
+    writeFile(path("dest/sub/readonly.h"), "old", 0444);
+    medium->copyFiles(QStringLiteral("bin"), names, path("dest"));
+
+    // Each file is announced; one declined is not written nor reported as written.
+    QCOMPARE(announced, names);
+    QCOMPARE(reported, QStringList({ "23", "70000", "0" }));
+    QCOMPARE(decision.asked,
+        QStringList({ "Quilmor 1600000000 23", "declined 1500000000 13", "deep.txt 1500000000 70000",
+            "readonly.h 1300000000 0" }));
+    QCOMPARE(readAll(path("dest/declined")), QByteArray("the user's"));
+    for (const auto &file : files) {
+        if (!file.name.startsWith(QLatin1String("bin/sub/")) && file.name != QLatin1String("bin/Quilmor"))
+            continue;
+        const QString target = path("dest/") + file.name.mid(4);
+        QCOMPARE(readAll(target), file.bytes);
+        QCOMPARE(statusOf(target).st_mode & 07777, file.mode);
+        QCOMPARE(qint64(statusOf(target).st_mtime), file.time);
+    }
+    // A missing file fails with the medium's message; a link in place of a
+    // destination folder is never followed.
+    QCOMPARE(message([&] { medium->copyFiles(QStringLiteral("bin"), { "gone" }, path("dest")); }),
+        QStringLiteral("Cannot copy file %1/gone to %2/gone")
+            .arg(archive ? "bin" : path("medium/bin"), path("dest")));
+    QVERIFY(QDir().mkpath(path("outside")) && QFile::link(path("outside"), path("linked")));
+    QVERIFY(
+        !message([&] { medium->copyFiles(QStringLiteral("bin"), { "Quilmor" }, path("linked")); }).isEmpty());
+    QVERIFY(QDir().mkpath(path("dest2")) && QFile::link(path("outside"), path("dest2/sub")));
+    QVERIFY(!message([&] {
+        medium->copyFiles(QStringLiteral("bin"), { "sub/deep.txt" }, path("dest2"));
+    }).isEmpty());
+    QCOMPARE(filesBelow(path("outside")), QStringList());
+}
+
+void tst_Media::extraction_data()
+{
+    QTest::addColumn<quint32>("compression");
+    QTest::addColumn<int>("cancelAt"); // -1: never
+    QTest::newRow("zlib") << 0u << -1;
+    QTest::newRow("bzip2") << 1u << -1;
+    QTest::newRow("zlib, cancelled after a large file") << 0u << 14;
+    QTest::newRow("bzip2, cancelled early") << 1u << 4;
+}
+
+void tst_Media::extraction()
+{
+    QFETCH(quint32, compression);
+    QFETCH(int, cancelAt);
+    const int count = 40;
+    PackageArchiveInstallMedia medium(writeArchive(m_dir->path(), compression, count, true), 0);
+    Decision decision;
+    medium.setOverwriteDecision(&decision);
+    const QString destination = path("dest");
+    quint64 total = 0;
+    const QStringList names = medium.list(QStringLiteral("bin"), total);
+    QStringList events;
+    QList<QThread *> threads;
+    connect(&medium, &InstallMedia::extractingFile, this, [&](const QString &name) {
+        threads.append(QThread::currentThread());
+        // Cancel as the progress page does: from a report, on this thread.
+        if (name == QStringLiteral("f%1").arg(cancelAt, 3, 10, QLatin1Char('0')))
+            throw InstallUserCancelException();
+        events.append(name);
+    });
+    connect(&medium, &InstallMedia::extractedFile, this, [&](quint64 size) {
+        threads.append(QThread::currentThread());
+        // Reports come in list order, each after its announcement, each file
+        // whole under its name by then.
+        const QString name = names.at(events.filter(QStringLiteral("done ")).size());
+        QVERIFY(events.contains(name));
+        QCOMPARE(readAll(destination + "/" + name), sample(qsizetype(size), name.mid(1).toUInt()));
+        events.append(QStringLiteral("done ") + name);
+    });
+    bool cancelled = false;
+    try {
+        medium.copyFiles(QStringLiteral("bin"), names, destination);
+    } catch (const InstallUserCancelException &) {
+        cancelled = true;
+    }
+    QCOMPARE(cancelled, cancelAt >= 0);
+    QVERIFY(std::all_of(threads.cbegin(), threads.cend(), [this](QThread *t) { return t == thread(); }));
+    QVERIFY(std::all_of(
+        decision.threads.cbegin(), decision.threads.cend(), [this](QThread *t) { return t == thread(); }));
+    // Whatever is there is whole, under its own name; no temporary file is left.
+    const QStringList found = filesBelow(destination);
+    QCOMPARE(found, cancelled ? found : names);
+    for (const QString &name : found) {
+        const int index = name.mid(1).toInt();
+        QVERIFY2(!cancelled || index < cancelAt, qPrintable(name));
+        QVERIFY2(readAll(destination + "/" + name)
+                == sample(QFileInfo(destination + "/" + name).size(), quint32(index)),
+            qPrintable(name));
+    }
+    if (!cancelled)
+        QCOMPARE(events.size(), 2 * count);
+}
+
+void tst_Media::bodyReadOnce_data()
+{
+    QTest::addColumn<quint32>("compression");
+    QTest::addColumn<QList<int>>("items");
+    // Where the passed members are kept: 0 the usual temporary folder, -1
+    // nowhere (reading still works, by going back), else a temporary folder
+    // of that many MiB.
+    QTest::addColumn<int>("room");
+    QTest::newRow("zlib, reversed") << 0u << QList<int> { 3, 2, 1, 0 } << 0;
+    QTest::newRow("bzip2, shuffled") << 1u << QList<int> { 2, 0, 3, 1 } << 0;
+    QTest::newRow("bzip2, reversed, nowhere to keep") << 1u << QList<int> { 3, 2, 1, 0 } << -1;
+    // Less room than the passed members take: some are kept, the rest read again.
+    QTest::newRow("zlib, reversed, small temporary folder") << 0u << QList<int> { 3, 2, 1, 0 } << 72;
+}
+
+void tst_Media::bodyReadOnce()
+{
+    // Items each take a quarter of the members, one extraction each, in
+    // another order than the body's: what is passed on the way is kept.
+    QFETCH(quint32, compression);
+    QFETCH(QList<int>, items);
+    QFETCH(int, room);
+    if (room > 0 && m_smallFolder.isEmpty())
+        QSKIP("a small temporary folder needs root");
+    const int count = 120;
+    const QString file = writeArchive(m_dir->path(), compression, count, false);
+    const QByteArray temporaryFolder = qgetenv("TMPDIR");
+    // A file is no folder to make a temporary file in.
+    qputenv("TMPDIR", QFile::encodeName(room < 0 ? file : room > 0 ? m_smallFolder : m_dir->path()));
+    CountingArchive archive;
+    archive.open(file);
+    quint64 body = 0;
+    for (int i = 0; i < count; ++i)
+        body += archive.member(i).size();
+    archive.produced = 0;
+    for (const int item : items) {
+        PackageArchiveExtraction extraction(archive);
+        for (int i = item * count / 4; i < (item + 1) * count / 4; ++i)
+            extraction.addBelow(archive.member(i), path("out"), archive.member(i).name(), false);
+        extraction.finish();
+        if (room > 0 && item == items.first()) {
+            // The kept members leave half of what was free beyond 64 MiB.
+            struct statvfs status;
+            QCOMPARE(::statvfs(QFile::encodeName(m_smallFolder).constData(), &status), 0);
+            const qint64 used = qint64(status.f_blocks - status.f_bfree) * qint64(status.f_frsize);
+            QVERIFY2(used > 0 && used <= (qint64(room - 64) << 20) / 2, qPrintable(QString::number(used)));
+        }
+    }
+    qputenv("TMPDIR", temporaryFolder);
+    const QString measured
+        = QStringLiteral("%1 decompressed for a body of %2").arg(archive.produced).arg(body);
+    if (room == 0)
+        QVERIFY2(archive.produced <= body + body / 20, qPrintable(measured));
+    else
+        QVERIFY2(archive.produced > body + (room < 0 ? body / 2 : 0), qPrintable(measured));
+    for (int i = 0; i < count; ++i)
+        QVERIFY(
+            readAll(path("out/") + archive.member(i).name()) == sample(archive.member(i).size(), quint32(i)));
+}
+
+void tst_Media::bzip2AgainstReferences_data()
+{
+    QTest::addColumn<quint32>("level");
+    QTest::addColumn<qsizetype>("size");
+    QTest::addColumn<QByteArray>("unit"); // repeated; empty: sample()
+    QTest::newRow("many blocks") << 1u << qsizetype(3 << 20) << QByteArray();
+    QTest::newRow("empty") << 9u << qsizetype(0) << QByteArray();
+    // Long runs shrink to a fiftieth: one block holds many segments' worth.
+    QTest::newRow("zeros") << 1u << qsizetype(4 << 20) << QByteArray(1, '\0');
+    // Runs of four grow by a quarter: a segment no longer fits one block.
+    QTest::newRow("runs of four") << 1u << qsizetype(1 << 20) << QByteArray("aaaab");
+    // Rotations equal all the way round: sorting must end, ties not matter.
+    QTest::newRow("a run of exactly four") << 9u << qsizetype(4) << QByteArray(1, '\0');
+    QTest::newRow("period of seven") << 1u << qsizetype(300000) << QByteArray("abcdefg");
+    QTest::newRow("a stretch twice") << 9u << qsizetype(600000) << QByteArray("twice");
+}
+
+void tst_Media::bzip2AgainstReferences()
+{
+    QFETCH(quint32, level);
+    QFETCH(qsizetype, size);
+    QFETCH(QByteArray, unit);
+    QByteArray bytes;
+    if (unit == "twice")
+        bytes = sample(size / 2, 9).repeated(2);
+    else
+        bytes = unit.isEmpty() ? sample(size, 3) : unit.repeated(size / unit.size() + 1).left(size);
+    const QString ours = path("ours.bz2");
+    {
+        PackageArchiveCompressedBzOutputFile stream(
+            std::fopen(QFile::encodeName(ours).constData(), "wb"), level);
+        QCOMPARE(stream.write(bytes.constData(), qint32(bytes.size())), qint32(bytes.size()));
+        stream.finish();
+        QVERIFY(stream.close());
+    }
+    // Written on several threads, it is one stream for libbz2's one-call
+    // reader and for the bzip2 command.
+    const QByteArray coded = readAll(ours);
+    QByteArray decoded(qMax<qsizetype>(bytes.size(), 1), Qt::Uninitialized);
+    unsigned decodedSize = unsigned(decoded.size());
+    QCOMPARE(BZ2_bzBuffToBuffDecompress(decoded.data(), &decodedSize, const_cast<char *>(coded.constData()),
+                 unsigned(coded.size()), 0, 0),
+        BZ_OK);
+    QVERIFY(decoded.left(qsizetype(decodedSize)) == bytes);
+    QVERIFY(run(QStringLiteral("bzip2"), { "-dc", ours }) == bytes);
+    // And our parallel reader reads both ours and what the bzip2 command writes.
+    writeFile(
+        path("theirs.bz2"), run(QStringLiteral("bzip2"), { "-c", QStringLiteral("-%1").arg(level) }, bytes));
+    for (const QString &file : { ours, path("theirs.bz2") }) {
+        PackageArchiveCompressedBzInputFile stream(std::fopen(QFile::encodeName(file).constData(), "rb"));
+        QByteArray all;
+        QCOMPARE(readStream(stream, bytes.size(), &all), qMakePair(qint64(bytes.size()), QString()));
+        QVERIFY(all == bytes);
+        QCOMPARE(readStream(stream, 1, &all).second, QStringLiteral("error reading from compressed stream"));
+    }
+}
+
+void tst_Media::damagedBzip2_data()
+{
+    QTest::addColumn<QString>("damage");
+    QTest::newRow("a block's bits") << "block";
+    QTest::newRow("the stream's CRC") << "stream crc";
+    QTest::newRow("cut short") << "cut";
+    QTest::newRow("two streams") << "concatenated";
+}
+
+void tst_Media::damagedBzip2()
+{
+    QFETCH(QString, damage);
+    const QByteArray bytes = sample(2 << 20, 5);
+    QByteArray coded = run(QStringLiteral("bzip2"), { "-c", "-1" }, bytes);
+    if (damage == QLatin1String("block"))
+        coded[coded.size() / 2] = char(coded[coded.size() / 2] ^ 0x10);
+    else if (damage == QLatin1String("stream crc"))
+        coded[coded.size() - 2] = char(coded[coded.size() - 2] ^ 0x01);
+    else if (damage == QLatin1String("cut"))
+        coded.chop(coded.size() / 3);
+    else
+        coded += coded;
+    writeFile(path("damaged"), coded);
+    // The bytes libbz2's own reader delivers, then its failure.
+    const qint64 wanted = damage == QLatin1String("concatenated") ? 2 * bytes.size() : bytes.size();
+    FILE *file = std::fopen(QFile::encodeName(path("damaged")).constData(), "rb");
+    int error = BZ_OK;
+    BZFILE *handle = BZ2_bzReadOpen(&error, file, 0, 0, nullptr, 0);
+    QByteArray reference(int(wanted), Qt::Uninitialized);
+    qint64 delivered = 0;
+    for (int got = 0; delivered < wanted; delivered += got) {
+        got = BZ2_bzRead(
+            &error, handle, reference.data() + delivered, int(qMin<qint64>(16384, wanted - delivered)));
+        if (got != qMin<qint64>(16384, wanted - delivered) || (error != BZ_OK && error != BZ_STREAM_END))
+            break;
+    }
+    BZ2_bzReadClose(&error, handle);
+    std::fclose(file);
+    delivered -= delivered % 16384;
+    PackageArchiveCompressedBzInputFile stream(
+        std::fopen(QFile::encodeName(path("damaged")).constData(), "rb"));
+    QByteArray got;
+    QCOMPARE(readStream(stream, wanted, &got),
+        qMakePair(delivered, QStringLiteral("error reading from compressed stream")));
+    QVERIFY(got == reference.left(delivered));
+}
+
+void tst_Media::resume_data()
+{
+    QTest::addColumn<quint32>("kind");
+    QTest::addColumn<quint32>("level");
+    QTest::newRow("zlib") << 0u << 6u;
+    QTest::newRow("bzip2, many blocks") << 1u << 1u;
+}
+
+void tst_Media::resume()
+{
+    QFETCH(quint32, kind);
+    QFETCH(quint32, level);
+    const QByteArray bytes = sample(6 << 20, 7);
+    const QString file = path("body");
+    {
+        std::unique_ptr<PackageArchiveCompressedOutputFile> out;
+        FILE *handle = std::fopen(QFile::encodeName(file).constData(), "wb");
+        if (kind == 0)
+            out = std::make_unique<PackageArchiveCompressedGzOutputFile>(handle, level);
+        else
+            out = std::make_unique<PackageArchiveCompressedBzOutputFile>(handle, level);
+        QCOMPARE(out->write(bytes.constData(), qint32(bytes.size())), qint32(bytes.size()));
+        out->finish();
+        QVERIFY(out->close());
+    }
+    if (kind == 0) {
+        // zlib's one-call reader takes what the parallel writer made as one stream.
+        const QByteArray coded = readAll(file);
+        QByteArray decoded(bytes.size() + 1, Qt::Uninitialized);
+        uLongf decodedSize = uLongf(decoded.size());
+        QCOMPARE(uncompress(reinterpret_cast<Bytef *>(decoded.data()), &decodedSize,
+                     reinterpret_cast<const Bytef *>(coded.constData()), uLong(coded.size())),
+            Z_OK);
+        QVERIFY(decoded.left(qsizetype(decodedSize)) == bytes);
+    }
+    quint64 produced = 0;
+    int starts = 0;
+    FILE *handle = std::fopen(QFile::encodeName(file).constData(), "rb");
+    std::unique_ptr<PackageArchiveCompressedInputFile> stream;
+    if (kind == 0)
+        stream = std::make_unique<Counting<PackageArchiveCompressedGzInputFile>>(handle, &produced, &starts);
+    else
+        stream = std::make_unique<Counting<PackageArchiveCompressedBzInputFile>>(handle, &produced, &starts);
+    QByteArray all;
+    QCOMPARE(readStream(*stream, bytes.size(), &all).second, QString());
+    QVERIFY(all == bytes);
+    const int startsAfterPass = starts;
+    const quint64 afterPass = produced;
+    // Back and forth past the first megabyte: never from the start, and never
+    // much more than the bytes asked for plus one gap between resume points.
+    QRandomGenerator random(11);
+    const int seeks = 40;
+    for (int i = 0; i < seeks; ++i) {
+        const qint64 at = (1 << 20) + qint64(random.bounded(bytes.size() - (1 << 20) - 1000));
+        QCOMPARE(stream->seek(at), 0);
+        QByteArray piece;
+        QCOMPARE(readStream(*stream, 1000, &piece).second, QString());
+        QVERIFY(piece == bytes.mid(at, 1000));
+    }
+    QCOMPARE(starts, startsAfterPass);
+    QVERIFY2(
+        produced - afterPass <= quint64(seeks) * ((1 << 20) + 1000), qPrintable(QString::number(produced)));
+}
+
+QTEST_GUILESS_MAIN(tst_Media)
+#include "tst_media.moc"
