@@ -139,6 +139,12 @@ void tst_PackageArchiveInstallMedia::copyKeepsBytesModesAndTimes()
 
     quint64 total = 0;
     const QStringList names = media.list("bin", total);
+    // Files in the way, so that the decision is asked about both.
+    for (const QString &name : names.mid(0, 2)) {
+        QVERIFY(QDir().mkpath(QFileInfo(dir.path() + "/dest/" + name).path()));
+        QFile old(dir.path() + "/dest/" + name);
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    }
     media.copyFiles("bin", names.mid(0, 2), dir.path() + "/dest");
 
     QCOMPARE(announced.count(), 2);
@@ -174,10 +180,14 @@ void tst_PackageArchiveInstallMedia::declinedFileIsAnnouncedButNotWritten()
     QSignalSpy announced(&media, &InstallMedia::extractingFile);
     QSignalSpy extracted(&media, &InstallMedia::extractedFile);
 
+    QVERIFY(QDir().mkpath(dir.path() + "/dest"));
+    QFile old(dir.path() + "/dest/Quilmor");
+    QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    old.close();
     media.copyFiles("bin", QStringList { "Quilmor" }, dir.path() + "/dest");
     QCOMPARE(announced.count(), 1);
     QCOMPARE(extracted.count(), 0);
-    QVERIFY(!QFile::exists(dir.path() + "/dest/Quilmor"));
+    QVERIFY(old.open(QIODevice::ReadOnly) && old.readAll() == "old");
 }
 
 void tst_PackageArchiveInstallMedia::missingMemberFails()
