@@ -8,16 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name)
+ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name, mode_t mode)
     : m_folder(folderFd)
     , m_target(name)
 {
-    struct stat status;
-    // A folder cannot be replaced by a file.
-    if (::fstatat(m_folder, m_target.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0
-        && S_ISDIR(status.st_mode))
-        return;
-    m_fd.reset(::openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    // A folder standing at the name is not looked for here, which would cost
+    // every file a lookup: the rename that would replace it fails instead.
+    mode &= 0777;
+    m_fd.reset(::openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (m_fd.get() >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL))
         return;
     // File systems without unnamed files get a named one, made exclusively.
@@ -28,7 +26,7 @@ ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name)
         for (int i = 0; i < 6; ++i)
             name += letters[std::rand() % (sizeof letters - 1)];
         m_fd.reset(
-            ::openat(m_folder, name.constData(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600));
+            ::openat(m_folder, name.constData(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, mode));
         if (m_fd.get() >= 0)
             m_named = name;
         else if (errno != EEXIST)

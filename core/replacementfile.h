@@ -4,6 +4,8 @@
 
 #include <QByteArray>
 
+#include <sys/types.h>
+
 // The one way this program replaces a file: the new content is written to an
 // unnamed file in the target's folder and given the target's name only once it
 // is complete. Whatever stood at the name (a planted link, a hard link to
@@ -19,8 +21,9 @@
 class ReplacementFile
 {
 public:
-    // name is one component inside the folder held by folderFd.
-    ReplacementFile(int folderFd, const QByteArray &name);
+    // name is one component inside the folder held by folderFd. The content
+    // is made with mode less the creation mask, as an ordinary create would.
+    ReplacementFile(int folderFd, const QByteArray &name, mode_t mode = 0600);
     ~ReplacementFile();
     ReplacementFile(const ReplacementFile &) = delete;
     ReplacementFile &operator=(const ReplacementFile &) = delete;

@@ -3,9 +3,13 @@
 #include "core/installexception.h"
 #include "media/installoverwritedecision.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 InstallMedia::InstallMedia(QObject *parent)
     : QObject(parent)
@@ -44,5 +48,24 @@ std::shared_ptr<HeldFolder> InstallMedia::TargetFolders::folderFor(
     }
     m_last = std::make_shared<HeldFolder>(std::move(folder));
     m_lastName = folderName;
+    // Most folders of an installation are new or hold few files: listing
+    // costs a few calls where asking about each file costs a lookup each.
+    m_present.clear();
+    m_listed = false;
+    const int fd = ::openat(m_last->fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (DIR *listing = fd >= 0 ? ::fdopendir(fd) : nullptr) {
+        const struct dirent *entry = nullptr;
+        for (errno = 0; (entry = ::readdir(listing)); errno = 0)
+            m_present.insert(QByteArray(entry->d_name));
+        const bool complete = errno == 0;
+        m_listed = ::closedir(listing) == 0 && complete;
+    } else if (fd >= 0) {
+        ::close(fd);
+    }
     return m_last;
+}
+
+bool InstallMedia::TargetFolders::taken(const QString &name) const
+{
+    return !m_listed || m_present.contains(QFile::encodeName(fileName(name)));
 }

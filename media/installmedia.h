@@ -3,6 +3,7 @@
 #include "core/heldfolder.h"
 
 #include <QObject>
+#include <QSet>
 #include <QStringList>
 
 #include <memory>
@@ -61,12 +62,19 @@ protected:
         // the name climbs out, else "Cannot create folder " + its path.
         std::shared_ptr<HeldFolder> folderFor(const QString &name, const QString &refusal);
         static QString fileName(const QString &name) { return name.section(QLatin1Char('/'), -1); }
+        // Whether something stood at name (relative to the destination)
+        // when its folder was first held, from one listing of the folder
+        // instead of a lookup per file; true when it could not be listed.
+        // Called after folderFor(name).
+        bool taken(const QString &name) const;
 
     private:
         QString m_destination;
         HeldFolder m_root;
         QString m_lastName;
         std::shared_ptr<HeldFolder> m_last;
+        bool m_listed = false;
+        QSet<QByteArray> m_present;
     };
 
 private:

@@ -5,7 +5,9 @@
 
 // Decides whether a medium may replace a file that it is about to write. The
 // plan implements it (with the user's "to all" answers); a medium without one
-// replaces every file. Called on the user-interface thread, once per file.
+// replaces every file. Called on the user-interface thread, once per file
+// that a medium finds already there (an archive medium asks only about names
+// its listing of the folder holds).
 class InstallOverwriteDecision
 {
 public:

@@ -64,6 +64,7 @@ void PackageArchiveCompressedBzInputFile::end()
 void PackageArchiveCompressedBzInputFile::fallBack(quint64 position)
 {
     qCDebug(lcMedia) << "bzip2 stream: sequential decoding from" << position;
+    ++m_fallbacks;
     m_decoder.reset();
     m_block.clear();
     m_blockUsed = 0;

@@ -19,6 +19,10 @@ public:
     explicit PackageArchiveCompressedBzInputFile(FILE *file);
     ~PackageArchiveCompressedBzInputFile() override;
 
+    // How often the stream went back to libbz2's reader: never on a valid
+    // stream, whose every block the parallel decoder handles.
+    int fallbacks() const { return m_fallbacks; }
+
 protected:
     void init() override;
     void end() override;
@@ -39,6 +43,7 @@ private:
     std::unique_ptr<PackageArchiveBzBlockDecoder> m_decoder;
     // False once the stream has shown something unusual.
     bool m_parallel = true;
+    int m_fallbacks = 0;
     QByteArray m_block;
     qint32 m_blockUsed = 0;
     // Uncompressed position of the next byte the decoder delivers.

@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -21,9 +22,18 @@
 namespace {
 
 // Members move from the decompressor to the writers in blocks of this size,
-// and no more than BufferLimit bytes wait between them.
+// and no more than BufferLimit bytes wait between them. Members up to a
+// block are read whole and handed on together, up to HandOnBytes or
+// HandOnCount at a time.
 const qint32 BlockSize = 1 << 20;
 const qint64 BufferLimit = qint64(8) << 20;
+const qint64 HandOnBytes = qint64(1) << 20;
+const int HandOnCount = 64;
+// A caller that must wait waits for this many files at once.
+const int TakeAhead = 32;
+// A writer keeps a folder's files up to this many bytes; a folder of large
+// files is shared out, its lock costs nothing beside the writing.
+const qint64 FolderBytes = qint64(16) << 20;
 
 } // namespace
 
@@ -33,21 +43,27 @@ struct PackageArchiveExtraction::Job
     std::shared_ptr<HeldFolder> folder;
     QByteArray name;
     QString path;
+    Writer *writer = nullptr;
     // Filled by the reader, emptied by the writer.
     std::deque<QByteArray> blocks;
+    // Read whole before the writer got it, with this many bytes.
+    bool whole = false;
+    qint64 blockBytes = 0;
     bool readComplete = false;
     QString readError;
     // Set by the writer once the file is in place or has failed.
-    bool written = false;
+    std::atomic<bool> written { false };
     QString writeError;
 };
 
 PackageArchiveExtraction::PackageArchiveExtraction(PackageArchive &archive, int writers)
     : m_archive(archive)
+    , m_writers(size_t(qMax(1, writers)))
+    , m_creationMask(FileUtils::creationMask())
 {
     m_threads.emplace_back(&PackageArchiveExtraction::readLoop, this);
-    for (int i = 0; i < qMax(1, writers); ++i)
-        m_threads.emplace_back(&PackageArchiveExtraction::writeLoop, this);
+    for (Writer &writer : m_writers)
+        m_threads.emplace_back(&PackageArchiveExtraction::writeLoop, this, std::ref(writer));
 }
 
 PackageArchiveExtraction::~PackageArchiveExtraction()
@@ -57,7 +73,8 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
         m_stopping = true;
     }
     m_readerWake.notify_all();
-    m_writerWake.notify_all();
+    for (Writer &writer : m_writers)
+        writer.wake.notify_all();
     for (std::thread &thread : m_threads)
         thread.join();
     if (const auto *stream
@@ -111,37 +128,59 @@ void PackageArchiveExtraction::addIn(const PackageArchiveFile &member,
     struct stat status;
     if (!overwrite && ::fstatat(folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0)
         throw HException(QStringLiteral("cannot overwrite file ") + path);
+    if (folder.get() != m_writerFolder || m_writerBytes >= FolderBytes) {
+        m_writerFolder = folder.get();
+        m_writerIndex = (m_writerIndex + 1) % int(m_writers.size());
+        m_writerBytes = 0;
+    }
+    m_writerBytes += member.size();
+    job->writer = &m_writers[size_t(m_writerIndex)];
+    m_reports.push_back(job);
+    bool wake = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_toRead.push_back(job);
-        m_reports.push_back(job);
+        ++m_pendingCount;
         m_pendingBytes += member.size();
+        // The reader starts on a full window; before that it would only look.
+        wake = windowFull();
     }
-    m_readerWake.notify_one();
-    m_writerWake.notify_one();
+    if (wake)
+        m_readerWake.notify_one();
+}
+
+bool PackageArchiveExtraction::windowFull() const
+{
+    return m_pendingCount >= MaxPending || m_pendingBytes >= MaxPendingBytes;
 }
 
 bool PackageArchiveExtraction::nextReady()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     return !m_reports.empty() && m_reports.front()->written;
 }
 
 PackageArchiveFile PackageArchiveExtraction::takeNext()
 {
-    std::shared_ptr<Job> job;
-    {
+    const std::shared_ptr<Job> job = m_reports.front();
+    if (!job->written) {
+        // A caller that waits has added all it can for now: the reader may
+        // go on with what is there. It waits for a run of files, so that it
+        // is woken once for them rather than once each.
+        const Job *later = m_reports[std::min(m_reports.size(), size_t(TakeAhead)) - 1].get();
         std::unique_lock<std::mutex> lock(m_mutex);
-        job = m_reports.front();
-        if (!job->written) {
-            // A caller that waits has added all it can for now: the reader
-            // may go on with what is there.
-            ++m_callerWaiting;
-            m_readerWake.notify_one();
-            m_doneWake.wait(lock, [&job] { return job->written; });
-            --m_callerWaiting;
+        ++m_callerWaiting;
+        m_readerWake.notify_one();
+        for (const Job *awaited : { later, static_cast<const Job *>(job.get()) }) {
+            m_awaited = awaited;
+            m_doneWake.wait(lock, [awaited] { return awaited->written.load(); });
         }
-        m_reports.pop_front();
+        m_awaited = nullptr;
+        --m_callerWaiting;
+    }
+    m_reports.pop_front();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        --m_pendingCount;
         m_pendingBytes -= job->member->size;
     }
     if (!job->readError.isEmpty())
@@ -159,68 +198,109 @@ void PackageArchiveExtraction::finish()
 
 void PackageArchiveExtraction::readLoop()
 {
+    std::vector<std::shared_ptr<Job>> picked;
+    std::vector<std::shared_ptr<Job>> whole;
     for (;;) {
-        std::shared_ptr<Job> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             // Members are picked once the caller waits or has added a full
             // window, so the order they are read in can follow the body.
             m_readerWake.wait(lock, [this] {
-                return m_stopping
-                    || (!m_toRead.empty()
-                        && (m_callerWaiting > 0 || int(m_reports.size()) >= MaxPending
-                            || m_pendingBytes >= MaxPendingBytes));
+                return m_stopping || (!m_toRead.empty() && (m_callerWaiting > 0 || windowFull()));
             });
             if (m_stopping)
                 return;
-            // Of the members waiting, the next one on in the body, or the
-            // first one if all lie behind: a batch given in another order
-            // is read going forwards as far as it is known.
-            auto chosen = m_toRead.end();
-            for (auto it = m_toRead.begin(); it != m_toRead.end(); ++it) {
-                const quint32 offset = (*it)->member->offset;
-                const bool ahead = offset >= m_readPosition;
-                if (chosen == m_toRead.end()) {
-                    chosen = it;
-                    continue;
-                }
-                const quint32 best = (*chosen)->member->offset;
-                const bool bestAhead = best >= m_readPosition;
-                if ((ahead && !bestAhead) || (ahead == bestAhead && offset < best))
-                    chosen = it;
-            }
-            job = *chosen;
-            m_toRead.erase(chosen);
+            picked.assign(m_toRead.begin(), m_toRead.end());
+            m_toRead.clear();
+        }
+        // Of the members waiting, the next one on in the body, then on in
+        // body order, back to the first once all ahead are read: a batch
+        // given in another order is read going forwards as far as it is
+        // known. Sorted outside the lock, which the caller needs per file.
+        const quint32 from = m_readPosition;
+        std::stable_sort(picked.begin(), picked.end(),
+            [from](const std::shared_ptr<Job> &a, const std::shared_ptr<Job> &b) {
+                const quint32 x = a->member->offset;
+                const quint32 y = b->member->offset;
+                return (x >= from) != (y >= from) ? x >= from : x < y;
+            });
+        for (const std::shared_ptr<Job> &job : picked) {
             if (job->member->storage == PackageArchiveData::InArchive)
                 m_readPosition = job->member->offset + job->member->size;
-            // Writers take members in the order they are read, so a writer
-            // never waits for bytes the reader cannot buffer.
-            m_toWrite.push_back(job);
         }
-        m_writerWake.notify_one();
-        readJob(*job);
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+        // Writers take members in the order they are read, so a writer
+        // never waits for bytes the reader cannot buffer.
+        qint64 wholeBytes = 0;
+        for (const std::shared_ptr<Job> &job : picked) {
+            if (job->member->size > quint32(BlockSize)) {
+                if (!handOn(whole, wholeBytes))
+                    return;
+                wholeBytes = 0;
+                std::vector<std::shared_ptr<Job>> one { job };
+                if (!handOn(one, 0))
+                    return;
+                readJob(*job, [this, &job](QByteArray block) {
+                    std::unique_lock<std::mutex> lock(m_mutex);
+                    m_readerWake.wait(lock, [this] { return m_stopping || m_buffered < BufferLimit; });
+                    if (m_stopping)
+                        return false;
+                    m_buffered += block.size();
+                    job->blocks.push_back(std::move(block));
+                    lock.unlock();
+                    job->writer->wake.notify_one();
+                    return true;
+                });
+                {
+                    const std::lock_guard<std::mutex> lock(m_mutex);
+                    job->readComplete = true;
+                }
+                job->writer->wake.notify_one();
+                continue;
+            }
+            // Nobody else sees a member read whole until it is handed on.
+            readJob(*job, [&job](QByteArray block) {
+                job->blockBytes += block.size();
+                job->blocks.push_back(std::move(block));
+                return true;
+            });
             job->readComplete = true;
+            job->whole = true;
+            whole.push_back(job);
+            wholeBytes += job->blockBytes;
+            if (wholeBytes >= HandOnBytes) {
+                if (!handOn(whole, wholeBytes))
+                    return;
+                wholeBytes = 0;
+            }
         }
-        m_writerWake.notify_all();
+        if (!handOn(whole, wholeBytes))
+            return;
+        picked.clear();
     }
 }
 
-void PackageArchiveExtraction::readJob(Job &job)
+bool PackageArchiveExtraction::handOn(std::vector<std::shared_ptr<Job>> &jobs, qint64 bytes)
 {
-    const PackageArchiveData &member = *job.member;
-    const auto deliver = [this, &job](QByteArray block) {
+    if (jobs.empty())
+        return true;
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_readerWake.wait(lock, [this] { return m_stopping || m_buffered < BufferLimit; });
         if (m_stopping)
             return false;
-        m_buffered += block.size();
-        job.blocks.push_back(std::move(block));
-        lock.unlock();
-        m_writerWake.notify_all();
-        return true;
-    };
+        m_buffered += bytes;
+        for (const std::shared_ptr<Job> &job : jobs)
+            job->writer->jobs.push_back(job);
+    }
+    for (Writer &writer : m_writers)
+        writer.wake.notify_one();
+    jobs.clear();
+    return true;
+}
+
+void PackageArchiveExtraction::readJob(Job &job, const std::function<bool(QByteArray)> &deliver)
+{
+    const PackageArchiveData &member = *job.member;
     try {
         if (member.storage != PackageArchiveData::InArchive) {
             deliver(m_archive.data(PackageArchiveFile(const_cast<PackageArchiveData *>(&member))));
@@ -235,7 +315,8 @@ void PackageArchiveExtraction::readJob(Job &job)
 QByteArray PackageArchiveExtraction::nextBlock(Job &job)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_writerWake.wait(lock, [this, &job] { return m_stopping || !job.blocks.empty() || job.readComplete; });
+    job.writer->wake.wait(
+        lock, [this, &job] { return m_stopping || !job.blocks.empty() || job.readComplete; });
     if (m_stopping || job.blocks.empty())
         return QByteArray();
     QByteArray block = std::move(job.blocks.front());
@@ -248,53 +329,85 @@ QByteArray PackageArchiveExtraction::nextBlock(Job &job)
     return block;
 }
 
-void PackageArchiveExtraction::writeLoop()
+void PackageArchiveExtraction::release(qint64 bytes)
 {
+    bool wasFull = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        wasFull = m_buffered >= BufferLimit;
+        m_buffered -= bytes;
+    }
+    if (wasFull)
+        m_readerWake.notify_one();
+}
+
+void PackageArchiveExtraction::writeLoop(Writer &writer)
+{
+    std::deque<std::shared_ptr<Job>> jobs;
     for (;;) {
-        std::shared_ptr<Job> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_writerWake.wait(lock, [this] { return m_stopping || !m_toWrite.empty(); });
+            writer.wake.wait(lock, [this, &writer] { return m_stopping || !writer.jobs.empty(); });
             if (m_stopping)
                 return;
-            job = m_toWrite.front();
-            m_toWrite.pop_front();
+            jobs.swap(writer.jobs);
         }
-        writeJob(*job);
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const std::shared_ptr<Job> &job : jobs) {
+            writeJob(*job);
             job->written = true;
+            // Only the file the caller waits for wakes it.
+            if (m_awaited.load() == job.get()) {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                m_doneWake.notify_one();
+            }
         }
-        m_doneWake.notify_one();
+        jobs.clear();
     }
 }
 
 void PackageArchiveExtraction::writeJob(Job &job)
 {
-    ReplacementFile file(job.folder->fd(), job.name);
+    // A member read whole has all its bytes here already, counted once.
+    const bool whole = job.whole;
+    if (whole && !job.readError.isEmpty()) {
+        release(job.blockBytes);
+        return;
+    }
+    const PackageArchiveFile member(const_cast<PackageArchiveData *>(job.member));
+    const mode_t mode = mode_t(member.mode() & 0777);
+    ReplacementFile file(job.folder->fd(), job.name, mode);
     if (!file.isOpen())
         job.writeError = QStringLiteral("cannot create output file ") + job.path;
 
     // Take every block even after a failure, so the reader is never held up.
     bool complete = true;
-    for (;;) {
-        const QByteArray block = nextBlock(job);
-        if (block.isEmpty()) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            complete = !m_stopping;
-            break;
+    if (whole) {
+        for (const QByteArray &block : job.blocks) {
+            if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
+                job.writeError = QStringLiteral("cannot write to output file ") + job.path;
         }
-        if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
-            job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+        job.blocks.clear();
+        release(job.blockBytes);
+    } else {
+        for (;;) {
+            const QByteArray block = nextBlock(job);
+            if (block.isEmpty()) {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                complete = !m_stopping;
+                break;
+            }
+            if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
+                job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+        }
     }
     if (!file.isOpen() || !complete || !job.writeError.isEmpty() || !job.readError.isEmpty())
         return;
 
-    const PackageArchiveFile member(const_cast<PackageArchiveData *>(job.member));
     const time_t time = member.time().isValid() ? time_t(member.time().toSecsSinceEpoch()) : 0;
     const struct timespec times[2] = { { time, 0 }, { time, 0 } };
     ::futimens(file.fd(), times);
-    if (::fchmod(file.fd(), mode_t(member.mode() & 0777)) != 0) {
+    // The file was made with its mode; only bits the creation mask took need setting.
+    if ((mode & m_creationMask) != 0 && ::fchmod(file.fd(), mode) != 0) {
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
         return;
     }

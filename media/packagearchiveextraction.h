@@ -5,8 +5,12 @@
 
 #include <QString>
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -20,6 +24,13 @@ class PackageArchive;
 // several files at a time. Each file is written as a ReplacementFile in a
 // folder held since it was added, so an abandoned or failed file never shows
 // under its final name and no folder swapped meanwhile redirects a file.
+//
+// Small files cost more in handing over than in writing, so work moves in
+// batches: the reader reads several small members whole before it hands
+// them on together, and a waiting caller is woken for a run of finished
+// files, not for each. Each folder's files go to one writer, the next folder
+// to the next: two writers creating files in one folder would queue on the
+// folder's lock.
 //
 // The caller (the user-interface thread) adds members and takes the finished
 // ones back in the order it added them (reading starts once it waits for one
@@ -71,29 +82,49 @@ private:
     static constexpr int MaxPending = 512;
     static constexpr qint64 MaxPendingBytes = qint64(32) << 20;
 
+    struct Writer
+    {
+        std::condition_variable wake;
+        std::deque<std::shared_ptr<Job>> jobs;
+    };
+
     void readLoop();
-    void writeLoop();
-    void readJob(Job &job);
+    void writeLoop(Writer &writer);
+    void readJob(Job &job, const std::function<bool(QByteArray)> &deliver);
+    // Hands read jobs to their writers, once there is room for their bytes.
+    bool handOn(std::vector<std::shared_ptr<Job>> &jobs, qint64 bytes);
     void writeJob(Job &job);
     // Waits for the job's next block; empty when it has no more.
     QByteArray nextBlock(Job &job);
+    void release(qint64 bytes);
+    bool windowFull() const;
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
-    // The reader waits for work and for room, writers for work and blocks,
-    // the caller for written files.
+    // The reader waits for work and for room, each writer for its work and
+    // blocks, the caller for a written file.
     std::condition_variable m_readerWake;
-    std::condition_variable m_writerWake;
     std::condition_variable m_doneWake;
     bool m_stopping = false;
     std::deque<std::shared_ptr<Job>> m_toRead;
-    std::deque<std::shared_ptr<Job>> m_toWrite;
+    std::deque<Writer> m_writers;
+    // The caller's own: only it adds and takes.
     std::deque<std::shared_ptr<Job>> m_reports;
+    // m_reports' length, for the reader.
+    int m_pendingCount = 0;
     qint64 m_buffered = 0;
     // Bytes of the members added and not taken back; changed by the caller
     // under the lock, read by the reader.
     qint64 m_pendingBytes = 0;
     int m_callerWaiting = 0;
+    // The file the caller waits for; a writer wakes it for that one only.
+    std::atomic<const Job *> m_awaited { nullptr };
+    // Which writer takes the files of the folder added last, and how much
+    // it has been given since it started on that folder.
+    const HeldFolder *m_writerFolder = nullptr;
+    int m_writerIndex = 0;
+    qint64 m_writerBytes = 0;
+    mode_t m_creationMask = 0;
     // Where the reader's last member ended in the body.
     quint32 m_readPosition = 0;
     std::vector<std::thread> m_threads;

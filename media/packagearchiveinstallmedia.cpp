@@ -60,7 +60,8 @@ void PackageArchiveInstallMedia::copyFiles(
                 throw InstallException(failure);
             const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
             const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
-            if (!shouldCopy(modified, member.size(), target))
+            // Where nothing stood there is nothing to decide.
+            if (folders.taken(name) && !shouldCopy(modified, member.size(), target))
                 continue;
             extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);
             reportReady(false);

@@ -2,9 +2,12 @@
 libraries, many small headers and text files. The same seed and scale always
 give the same bytes.
 
-    python3 maketree.py FOLDER [SCALE]
+    python3 maketree.py FOLDER [SCALE] [product|toolchain]
 
-SCALE 1.0 (the default) gives about 30,000 files and 600 MB.
+SCALE 1.0 (the default) gives about 30,000 files and 600 MB for the product
+tree; the toolchain tree is 24,000 small files (headers, sources, docs and
+target files of 200 B to 30 KB, about 5 KB on average) in 300 folders two
+and three levels deep, plus 8 binaries of 2 to 6 MB: about 150 MB.
 """
 import os
 import random
@@ -36,6 +39,7 @@ def binary(rng, size):
 def main():
     root = sys.argv[1]
     scale = float(sys.argv[2]) if len(sys.argv) > 2 else 1.0
+    shape = sys.argv[3] if len(sys.argv) > 3 else "product"
     rng = random.Random(20261121)
     lines = []
     for _ in range(20000):
@@ -50,6 +54,10 @@ def main():
             out.append(line)
             total += len(line)
         return b"".join(out)[:size]
+
+    if shape == "toolchain":
+        toolchain(root, scale, rng, text)
+        return
 
     # (folder, count, size range, maker, mode)
     kinds = [
@@ -76,6 +84,51 @@ def main():
             files += 1
             size_total += size
     print("%d files, %.1f MB" % (files, size_total / 1e6))
+
+
+def toolchain(root, scale, rng, text):
+    """Many small files in a few hundred folders, as a compiler's tree has."""
+    # (top folder, subfolders, files, suffixes, mode)
+    kinds = [
+        ("include", 120, 11000, (".h", ".hpp", ""), 0o644),
+        ("source", 80, 6000, (".c", ".cpp", ".S"), 0o644),
+        ("html", 40, 4000, (".html", ".txt"), 0o444),
+        ("targets", 40, 3000, (".xml", ".ld", ".cfg"), 0o644),
+    ]
+    files = size_total = 0
+    for top, folders, count, suffixes, mode in kinds:
+        folders = max(1, int(folders * scale))
+        count = max(1, int(count * scale))
+        for index in range(count):
+            # Two or three levels: top/libNNN/ and, for half of them, a subfolder.
+            group = index % folders
+            parts = [root, top, "lib%03d" % group]
+            if group % 2:
+                parts.append("detail")
+            sub = os.path.join(*parts)
+            os.makedirs(sub, exist_ok=True)
+            # Mostly small, a few larger: about 5 KB on average.
+            size = int(min(30_000, max(200, rng.lognormvariate(8.0, 0.9))))
+            path = os.path.join(sub, "f%05d%s" % (index, suffixes[index % len(suffixes)]))
+            write(path, text(size), mode, rng)
+            files += 1
+            size_total += size
+    for index in range(max(1, int(8 * scale))):
+        sub = os.path.join(root, "bin" if index % 2 else "gcc")
+        os.makedirs(sub, exist_ok=True)
+        size = rng.randrange(2_000_000, 6_000_000)
+        write(os.path.join(sub, "tool%02d" % index), binary(rng, size), 0o755, rng)
+        files += 1
+        size_total += size
+    print("%d files, %.1f MB" % (files, size_total / 1e6))
+
+
+def write(path, data, mode, rng):
+    with open(path, "wb") as f:
+        f.write(data)
+    os.chmod(path, mode)
+    stamp = 1_700_000_000 + rng.randrange(0, 10_000_000)
+    os.utime(path, (stamp, stamp))
 
 
 if __name__ == "__main__":
