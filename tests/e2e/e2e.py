@@ -188,12 +188,15 @@ class Case(unittest.TestCase):
         self.assertTrue(out.endswith("%s\n%s 5.50a %s\n" % (title, PRODUCT, outcome)), out[-300:])
         self.assertEqual(code, 0)
 
-    def assertFailsCancelled(self, result, *messages):
+    def assertFails(self, result, *messages, cancelled=False):
+        """Exit 1 with the messages; the last line is the cancellation only
+        when the run was stopped, else the failure itself."""
         code, out, err = result
         self.assertEqual(code, 1, err)
         for message in messages:
             self.assertIn(message, err)
-        self.assertTrue(err.endswith(CANCELLED), err[-300:])
+        last = err.splitlines(True)[-1]
+        self.assertTrue(last.startswith("error: ") and (last == CANCELLED) == cancelled, err[-300:])
 
     def assertInstalled(self, destination=None, exact=True):
         """Every file is the medium's, with its mode and time; with exact,
@@ -421,9 +424,10 @@ class Install(Case):
         self.assertFalse(os.path.exists(DESKTOP_ENTRY))
         self.assertTrue(os.path.isfile(MIME_PACKAGE) and os.path.isfile(MIME_ICON))
         self.assertEqual(read(UDEV_RULES), b"# the administrator's own\n")
-        # Nothing is left to remove; that is no failure.
-        result = self.run_setup(["--silent", "--remove", "--destination", self.destination])
-        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
+        # Nothing is left to remove: saying it was removed would be a lie.
+        code, out, err = self.run_setup(["--silent", "--remove", "--destination", self.destination])
+        self.assertEqual((code, err), (1, "error: Cannot find the %s installation: no record at %s/bin/IConf.xml; "
+                                          "name its folder with --destination\n" % (PRODUCT, self.destination)))
 
     def test_from_an_archive_inside_a_data_file(self):
         data = self.data_file(prefix=b"\x7fELF-like prefix" * 1000)
@@ -476,14 +480,12 @@ class Install(Case):
         os.remove(os.path.join(medium, "libQt6Core.so.6"))
         result = self.install(program=os.path.join(medium, "Setup"))
         # The log says why, on the line of the question answered by rule.
-        self.assertFailsCancelled(result, "question: Cannot find the file named %s/libQt6Core.so.6 -- not located "
+        self.assertFails(result, "question: Cannot find the file named %s/libQt6Core.so.6 -- not located "
                                   "(no one to ask)\nquestion: Installer Installation Failed: The installation of the "
                                   "Installer component has failed. Cannot find file '%s/libQt6Core.so.6'. Do you "
-                                  "want to terminate" % (medium, medium), "-- answered Yes (default)\n" + CANCELLED)
+                                  "want to terminate" % (medium, medium),
+                         "-- answered Yes (default)\nerror: Cannot find file '%s/libQt6Core.so.6'\n" % medium)
         self.assertIn("Installation Failed\n", result[1])
-        code, out, err = self.run_setup(["--silent", "--remove", "--destination", ""])
-        self.assertEqual(code, 1)
-        self.assertTrue(err.startswith("error: Cannot find the %s installation" % PRODUCT), err)
 
 
 class Faults(Case):
@@ -496,7 +498,7 @@ class Faults(Case):
         self.mount("-t", "tmpfs", "-o", "size=2m", "tmpfs", small)
         self.destination = os.path.join(small, "dest")
         result = self.install()
-        self.assertFailsCancelled(result)
+        self.assertFails(result)
         self.assertRegex(result[2], r"has failed\. Cannot copy file %s/\S+ to %s/" % (MEDIUM, self.destination))
         self.assertIn("Installation Failed\n", result[1])
         self.assertWholeOrAbsent()
@@ -527,7 +529,7 @@ class Faults(Case):
             with self.subTest(signal=name):
                 shutil.rmtree(self.destination, ignore_errors=True)
                 result = self.run_setup(self.install_args(), prefix=strace_signal(name, 40), env=self.untraced())
-                self.assertFailsCancelled(result)
+                self.assertFails(result, cancelled=True)
                 self.assertLess(len(self.assertWholeOrAbsent()), len(copied_files()))
                 self.assertEqual(self.record().get("dest_dir"), self.destination)
                 self.assertSucceeds(self.run_setup(["--silent", "--repair", "--destination", self.destination]),
@@ -555,7 +557,7 @@ class Faults(Case):
                     "newer of another user": ["question: Newer version of Quilmor already exists: Do you want to "
                                               "overwrite \"%s\" with older file? -- answered No (default)\n" % quilmor],
                     "a folder": ["question: Older version of Quilmor already exists",
-                                 "Cannot copy file %s/bin/Quilmor to %s." % (MEDIUM, quilmor), CANCELLED]}[case]
+                                 "error: Cannot copy file %s/bin/Quilmor to %s\n" % (MEDIUM, quilmor)]}[case]
                 for line in answered:
                     self.assertIn(line, err)
                 self.assertEqual(code, 1 if case == "a folder" else 0, err)
@@ -568,7 +570,7 @@ class Faults(Case):
         os.makedirs(self.destination)
         self.mount("--bind", self.destination, self.destination)
         subprocess.run(["mount", "-o", "remount,bind,ro", self.destination], check=True)
-        self.assertFailsCancelled(self.install(), "Cannot create folder %s/" % self.destination)
+        self.assertFails(self.install(), "Cannot create folder %s/" % self.destination)
 
     def install_args(self):
         return ["--silent", "--accept-license", "--destination", self.destination]
@@ -593,7 +595,7 @@ class Hostile(Case):
         copy = os.path.join(self.tmp, "medium")
         shutil.copytree(MEDIUM, copy, symlinks=True)
         shutil.rmtree(os.path.join(copy, "samples"))
-        self.assertFailsCancelled(self.install(program=os.path.join(copy, "Setup")),
+        self.assertFails(self.install(program=os.path.join(copy, "Setup")),
                                   "Cannot find folder %s/samples" % copy)
         self.assertFalse(os.path.exists(os.path.join(self.destination, "samples")))
         # A member the installing user cannot read.
@@ -603,7 +605,7 @@ class Hostile(Case):
         result = self.run_setup(["--silent", "--accept-license", "--user-mode-install"],
                                 program=os.path.join(copy, "Setup"), prefix=AS_NOBODY)
         destination = os.path.join(self.home, ".local/share/tamrin_calvra_for_arm_5.50a")
-        self.assertFailsCancelled(result, "Cannot copy file %s/lib/libcalvra.a to %s/lib/libcalvra.a" % (copy,
+        self.assertFails(result, "Cannot copy file %s/lib/libcalvra.a to %s/lib/libcalvra.a" % (copy,
                                                                                                       destination))
         self.assertFalse(os.path.exists(destination + "/lib/libcalvra.a"))
 
@@ -775,7 +777,104 @@ class Window(Case):
                 self.assertEqual(os.path.exists(os.path.join(self.destination, "bin", "IConf.xml")), code == 0)
 
 
-GROUPS = {"cli": Cli, "install": Install, "faults": Faults, "hostile": Hostile, "window": Window}
+class Truth(Case):
+    """What a run reports is what happened, and paths are never taken as given."""
+    needs_root = True
+    plants_victim = True
+
+    def test_maintenance_needs_a_readable_record(self):
+        record = os.path.join(self.destination, "bin", "IConf.xml")
+        missing = "error: Cannot find the %s installation: no record at %s; name its folder with --destination\n"
+        damaged = "error: Cannot use the installation record %s: " % record
+        # (scenario, how the record is spoiled after an install (None: nothing
+        # installed), maintenance option, standard error)
+        scenarios = (
+            ("nothing installed, removed", None, "--remove", missing % (PRODUCT, record)),
+            ("nothing installed, repaired", None, "--repair", missing % (PRODUCT, record)),
+            ("nothing installed, modified", None, "--modify", missing % (PRODUCT, record)),
+            ("empty record", lambda: write(record, b""), "--remove", damaged + "it is damaged\n"),
+            ("truncated record", lambda: write(record, read(record)[:200]), "--repair", damaged + "it is damaged\n"),
+            ("relative destination in it", lambda: write(record, read(record).replace(
+                b'dest_dir="/', b'dest_dir="')), "--remove", damaged + "it is damaged\n"),
+            ("a folder in its place", lambda: (os.remove(record), os.makedirs(record)), "--modify",
+             damaged + "it is not a file\n"),
+        )
+        for name, spoil, option, message in scenarios:
+            with self.subTest(name):
+                shutil.rmtree(self.destination, ignore_errors=True)
+                if spoil:
+                    self.assertEqual(self.install()[0], 0)
+                    spoil()
+                before = files_below(self.destination) if spoil else None
+                code, out, err = self.run_setup(["--silent", "--destination", self.destination, option])
+                self.assertEqual((code, err), (1, message))
+                self.assertEqual(files_below(self.destination) if spoil else os.path.exists(self.destination),
+                                 before if spoil else False)
+
+    def test_destinations_are_absolute_and_removal_stops_there(self):
+        nested = os.path.join(self.tmp, "p", "a", "b")
+        os.makedirs(nested)
+        self.assertEqual(self.run_setup(["--silent", "--accept-license", "--destination", "b/../b/dest"],
+                                        cwd=os.path.dirname(nested))[:2][0], 0)
+        destination = os.path.join(nested, "dest")
+        self.assertEqual(self.record(destination).get("dest_dir"), destination)
+        self.assertIn(b"Exec=%s/bin/Quilmor\n" % destination.encode(), read(DESKTOP_ENTRY))
+        # Its own uninstall, started from elsewhere, removes it and nothing above it.
+        result = self.run_setup(["--silent"], program=os.path.join(destination, "bin", "uninstall"), cwd="/")
+        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
+        self.assertEqual(os.listdir(nested), [])
+        for args in (["--destination", ""], ["--destination", " "]):
+            self.assertEqual(self.run_setup(["--silent", "--accept-license"] + args),
+                             (1, "", "error: The destination given with --destination is empty\n"))
+        self.assertEqual(self.run_setup(["--copy-files-to", "", "--accept-license"], program=SETUP),
+                         (1, "", "error: destination directory must not be empty\n"))
+
+    def test_a_silent_failure_names_itself(self):
+        os.makedirs(os.path.join(self.destination, "bin", "Quilmor"))
+        code, out, err = self.install()
+        self.assertEqual(code, 1)
+        self.assertTrue(err.endswith("error: Cannot copy file %s/bin/Quilmor to %s/bin/Quilmor\n"
+                                     % (MEDIUM, self.destination)), err[-300:])
+
+    def test_links_in_a_folder_medium_and_the_destination(self):
+        medium = os.path.join(self.tmp, "medium")
+        shutil.copytree(MEDIUM, medium, symlinks=True)
+        os.makedirs(os.path.join(medium, "llvm", "bin"), exist_ok=True)
+        write(os.path.join(medium, "llvm", "bin", "clang"), b"the compiler\n", 0o755)
+        os.symlink("clang", os.path.join(medium, "llvm", "bin", "clang++"))
+        os.symlink("../llvm", os.path.join(medium, "gcc", "llvm"))
+        self.assertSucceeds(self.install(program=os.path.join(medium, "Setup")), "Install Complete")
+        for name in ("llvm/bin/clang++", "gcc/llvm/bin/clang++"):
+            path = os.path.join(self.destination, name)
+            self.assertFalse(os.path.islink(path))
+            self.assertEqual(read(path), b"the compiler\n")
+        # A dangling link where a product file belongs is replaced on repair.
+        product_file = os.path.join(self.destination, "llvm", "bin", "clang")
+        os.remove(product_file)
+        os.symlink(os.path.join(self.outside, "nothing"), product_file)
+        self.assertSucceeds(self.run_setup(["--silent", "--repair", "--destination", self.destination],
+                                           program=os.path.join(medium, "Setup")), "Repair Complete")
+        self.assertEqual(read(product_file), b"the compiler\n")
+        self.assertVictimUntouched()
+        # A link to nothing in the medium is a missing file, not a file left out.
+        os.remove(os.path.join(medium, "llvm", "bin", "clang"))
+        code, out, err = self.install(program=os.path.join(medium, "Setup"))
+        self.assertEqual(code, 1)
+        self.assertIn("error: Cannot copy file %s/llvm/bin/clang" % medium, err)
+
+    def test_a_user_removes_its_own_installation(self):
+        os.chown(self.home, NOBODY, NOBODY)
+        code, out, err = self.run_setup(["--silent", "--accept-license", "--user-mode-install"], prefix=AS_NOBODY)
+        self.assertEqual((code, err), (0, ""))
+        destination = os.path.join(self.home, ".local/share/tamrin_calvra_for_arm_5.50a")
+        entry = self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)
+        self.assertTrue(os.path.exists(entry))
+        result = self.run_setup(["--silent"], program=os.path.join(destination, "bin", "uninstall"), prefix=AS_NOBODY)
+        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
+        self.assertFalse(os.path.exists(entry) or os.path.exists(destination))
+
+
+GROUPS = {"cli": Cli, "install": Install, "faults": Faults, "hostile": Hostile, "window": Window, "truth": Truth}
 
 
 def main():

@@ -4,6 +4,7 @@
 // The window under a real X server is the end-to-end window walk.
 #include "core/installcommandline.h"
 #include "core/macrotable.h"
+#include "installer/installsettingsrecord.h"
 #include "installer/brantleinstallerapplication.h"
 #include "installer/licencedocument.h"
 #include "plan/installconfigurationlist.h"
@@ -188,8 +189,11 @@ void tst_Wizard::window()
     InstallCommandLine commandLine;
     commandLine.parse(QStringList { "Setup", "--user-mode-install" } + options, macros());
     BrantleInstallerApplication application(commandLine, &list, &wizard);
-    if (options.contains(QStringLiteral("--remove")))
+    if (options.contains(QStringLiteral("--remove"))) {
+        // What is removed is what the record says is installed.
         list.setInstalled(InstallConfigurationItem::fullyInstalled, true);
+        QVERIFY(InstallSettingsRecord(&list).save(InstallSettingsRecord::defaultPath()));
+    }
     application.start();
     QVERIFY(wizard.window()->isVisible());
     const auto press = [&wizard](const char *name) {
