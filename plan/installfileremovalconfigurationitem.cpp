@@ -1,5 +1,6 @@
 #include "plan/installfileremovalconfigurationitem.h"
 
+#include "core/installmode.h"
 #include "plan/installfiledeletion.h"
 
 InstallFileRemovalConfigurationItem::InstallFileRemovalConfigurationItem(InstallConfigurationItem *parent,
@@ -14,5 +15,9 @@ void InstallFileRemovalConfigurationItem::addFile(const QString &path)
 
 void InstallFileRemovalConfigurationItem::uninstallAction()
 {
+    // A repair or an upgrade writes these files anew when it ends; until then
+    // they must stay, so that a run killed halfway can still be repaired.
+    if (isMode(InstallMode::Repair) || isMode(InstallMode::Upgrade))
+        return;
     InstallFileDeletion(this).deleteFiles(m_files);
 }

@@ -829,13 +829,6 @@ class Truth(Case):
         self.assertEqual(self.run_setup(["--copy-files-to", "", "--accept-license"], program=SETUP),
                          (1, "", "error: destination directory must not be empty\n"))
 
-    def test_a_silent_failure_names_itself(self):
-        os.makedirs(os.path.join(self.destination, "bin", "Quilmor"))
-        code, out, err = self.install()
-        self.assertEqual(code, 1)
-        self.assertTrue(err.endswith("error: Cannot copy file %s/bin/Quilmor to %s/bin/Quilmor\n"
-                                     % (MEDIUM, self.destination)), err[-300:])
-
     def test_links_in_a_folder_medium_and_the_destination(self):
         medium = os.path.join(self.tmp, "medium")
         shutil.copytree(MEDIUM, medium, symlinks=True)
@@ -860,7 +853,7 @@ class Truth(Case):
         os.remove(os.path.join(medium, "llvm", "bin", "clang"))
         code, out, err = self.install(program=os.path.join(medium, "Setup"))
         self.assertEqual(code, 1)
-        self.assertIn("error: Cannot copy file %s/llvm/bin/clang" % medium, err)
+        self.assertRegex(err, r"\nerror: Cannot copy file %s/(gcc/)?llvm/bin/clang" % medium)
 
     def test_a_user_removes_its_own_installation(self):
         os.chown(self.home, NOBODY, NOBODY)

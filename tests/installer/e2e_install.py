@@ -9,7 +9,7 @@ import tempfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import e2e  # noqa: E402
-from e2e import NOBODY, PRODUCT, enter_private_namespace, read  # noqa: E402,F401
+from e2e import NOBODY, PRODUCT, enter_private_namespace, files_below, read  # noqa: E402,F401
 
 MEDIUM = None
 
