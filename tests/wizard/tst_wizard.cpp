@@ -1,15 +1,20 @@
 // The window offscreen: the question box (which buttons, which answer for
-// Enter, Escape and a click), the real wizard driven by the real application
+// Enter, Escape and a click), the box that asks where something went, the
+// custom setup page's popup, the real wizard driven by the real application
 // through its buttons, and the closing commands the complete page leaves.
 // The window under a real X server is the end-to-end window walk.
 #include "core/installcommandline.h"
 #include "core/macrotable.h"
-#include "installer/installsettingsrecord.h"
 #include "installer/brantleinstallerapplication.h"
+#include "installer/installsettingsrecord.h"
 #include "installer/licencedocument.h"
 #include "plan/installconfigurationlist.h"
+#include "tests/plan/scriptedquestion.h"
 #include "wizard/classicinstallwizard.h"
+#include "wizard/customitem.h"
 #include "wizard/installcheckmessagebox.h"
+#include "wizard/installcustomsetupdialog.h"
+#include "wizard/installfindfiledialog.h"
 #include "wizard/installfinisheddialog.h"
 #include "wizard/installstandardwizard.h"
 #include "wizard/installwizarddialog.h"
@@ -17,7 +22,10 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -40,6 +48,25 @@ void whenModal(std::function<void(QWidget *)> action)
         timer->stop();
         timer->deleteLater();
         action(widget);
+    });
+    timer->start();
+}
+
+// Picks the nth entry of the next popup menu.
+void whenPopup(int entry)
+{
+    auto *timer = new QTimer;
+    timer->setInterval(10);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, entry] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        if (!menu)
+            return;
+        timer->stop();
+        timer->deleteLater();
+        QList<QAction *> entries = menu->actions();
+        entries.removeIf([](QAction *action) { return action->isSeparator(); });
+        menu->setActiveAction(entries.at(entry));
+        QTest::keyClick(menu, Qt::Key_Return);
     });
     timer->start();
 }
@@ -77,6 +104,10 @@ private slots:
     void init();
     void questionBox_data();
     void questionBox();
+    void locate_data();
+    void locate();
+    void customSetup_data();
+    void customSetup();
     void window_data();
     void window();
     void closingCommands();
@@ -149,6 +180,151 @@ void tst_Wizard::questionBox()
     QCOMPARE(text, QStringLiteral("<b>Core Installation Failed</b><p>Terminate Tamrin Calvra for ARM?"));
 }
 
+void tst_Wizard::locate_data()
+{
+    QTest::addColumn<int>("form");
+    QTest::addColumn<QString>("typed"); // into the path field; empty: left as it was
+    QTest::addColumn<bool>("ok"); // else Cancel
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("result");
+    QTest::addColumn<QString>("macro"); // "name=value" the answer sets
+    using D = InstallFindFileDialog;
+    QTest::newRow("a file, OK") << int(D::File) << " /mnt/cd/lib/libcalvra.a " << true << "Locate File"
+                                << "/mnt/cd/lib/libcalvra.a"
+                                << "SrcDir=/mnt/cd/lib";
+    QTest::newRow("a file, Cancel") << int(D::File) << "/mnt/cd/lib/x" << false << "Locate File"
+                                    << ""
+                                    << "SrcDir=/old";
+    QTest::newRow("the installation folder")
+        << int(D::InstallationFolder) << "/opt/calvra" << true << "Locate Installation Folder"
+        << "/opt/calvra"
+        << "DestDir=/opt/calvra";
+    QTest::newRow("the product folder, nothing given")
+        << int(D::ProductFolder) << "" << true << "Locate Tamrin Calvra for ARM Folder"
+        << ""
+        << "DestDir=/old";
+}
+
+void tst_Wizard::locate()
+{
+    QFETCH(int, form);
+    QFETCH(QString, typed);
+    QFETCH(bool, ok);
+    QFETCH(QString, title);
+    QFETCH(QString, result);
+    QFETCH(QString, macro);
+    macros().set(QStringLiteral("SrcDir"), QStringLiteral("/old"));
+    macros().set(QStringLiteral("DestDir"), QStringLiteral("/old"));
+    const auto kind = InstallFindFileDialog::Form(form);
+    const QString missing
+        = kind == InstallFindFileDialog::ProductFolder ? QString() : QStringLiteral("/gone/x.a");
+    QString shown;
+    whenModal([&](QWidget *widget) {
+        auto *box = qobject_cast<InstallFindFileDialog *>(widget);
+        QVERIFY(box && box->text().contains(missing));
+        shown = box->windowTitle();
+        QCOMPARE(box->pathEdit()->text(), missing);
+        box->pathEdit()->setText(typed);
+        for (QPushButton *button : box->findChildren<QPushButton *>()) {
+            if (button->text() == (ok ? QLatin1String("&OK") : QLatin1String("&Cancel")))
+                button->click();
+        }
+    });
+    // Items ask for a file through the question box.
+    const QString located = kind == InstallFindFileDialog::File
+        ? InstallCheckMessageBox().locateFile(missing)
+        : InstallFindFileDialog(kind, missing).locate();
+    QCOMPARE(located, result);
+    QCOMPARE(shown, title);
+    const QString name = macro.section(QLatin1Char('='), 0, 0);
+    QCOMPARE(name + QLatin1Char('=') + expandMacros(QStringLiteral("$(%1)").arg(name)), macro);
+}
+
+void tst_Wizard::customSetup_data()
+{
+    QTest::addColumn<QString>("before"); // Product, Docs below it, Samples below Docs: 1 selected
+    QTest::addColumn<QString>("row"); // clicked
+    QTest::addColumn<int>("entry"); // of the popup
+    QTest::addColumn<int>("answer"); // to the question about a required feature; 0: none asked
+    QTest::addColumn<QString>("after");
+    QTest::addColumn<QString>("icons"); // per row: I installed, P partly, N not
+    QTest::addColumn<QString>("described"); // how the description area ends
+    const int yes = InstallQuestion::Yes;
+    using D = InstallCustomSetupDialog;
+    QTest::newRow("a feature selects its parents") << "000"
+                                                   << "Samples" << int(D::InstallFeature) << 0 << "111"
+                                                   << "III"
+                                                   << "Optional installation.";
+    QTest::newRow("a feature selects what it needs, not its options")
+        << "000"
+        << "Product" << int(D::InstallFeature) << 0 << "110"
+        << "PPN"
+        << "Required for minimal installation.";
+    QTest::newRow("and all subfeatures") << "000"
+                                         << "Product" << int(D::InstallFeatureAndSubfeatures) << 0 << "111"
+                                         << "III"
+                                         << "Required for minimal installation.";
+    // Maintenance: the description tells whether the feature is installed.
+    QTest::newRow("a typical feature goes unasked")
+        << "111"
+        << "Docs" << int(D::DoNotInstall) << 0 << "101"
+        << "PNN"
+        << "Required for typical installation.<p><b>Status:</b> Currently installed.";
+    QTest::newRow("a required feature is asked about, No keeps it")
+        << "111"
+        << "Product" << int(D::DoNotInstall) << int(InstallQuestion::No) << "111"
+        << "III"
+        << "<p><b>Status:</b> Currently installed.";
+    QTest::newRow("Yes takes it out") << "111"
+                                      << "Product" << int(D::DoNotInstall) << yes << "011"
+                                      << "NNN"
+                                      << "<p><b>Status:</b> Currently installed.";
+}
+
+void tst_Wizard::customSetup()
+{
+    QFETCH(QString, before);
+    QFETCH(QString, row);
+    QFETCH(int, entry);
+    QFETCH(int, answer);
+    QFETCH(QString, after);
+    QFETCH(QString, icons);
+    QFETCH(QString, described);
+    QStringList done;
+    InstallConfigurationList list(QStringLiteral("Plan"), QString(), 0, true);
+    FixedMode mode(before == QLatin1String("111") ? InstallMode::Modify : InstallMode::Custom);
+    list.setModeSource(&mode);
+    ScriptedQuestion question;
+    if (answer)
+        question.answers = { answer };
+    list.setQuestion(&question);
+    auto *product = new LoggingItem(&list, QStringLiteral("Product"), &done, 0);
+    auto *docs = new LoggingItem(product, QStringLiteral("Docs"), &done, 1);
+    auto *samples = new LoggingItem(docs, QStringLiteral("Samples"), &done, 3);
+    const QList<InstallConfigurationItem *> items { product, docs, samples };
+    for (int i = 0; i < 3; ++i) {
+        items[i]->setInstall(before[i] == QLatin1Char('1'), false);
+        items[i]->setInstalled(InstallConfigurationItem::fullyInstalled);
+    }
+    InstallCustomSetupDialog dialog(&list);
+    dialog.installationModeChanged(InstallMode::Mode(mode.value));
+    CustomItem *clicked = dialog.rowOf(items.at(QStringList { "Product", "Docs", "Samples" }.indexOf(row)));
+    dialog.tree()->setCurrentItem(clicked);
+    whenPopup(entry);
+    emit dialog.tree()->itemClicked(clicked, 0);
+    QString selected;
+    QString shown;
+    for (InstallConfigurationItem *item : items) {
+        selected += item->installFlag() ? QLatin1Char('1') : QLatin1Char('0');
+        shown += QStringLiteral("IPN").at(int(dialog.rowOf(item)->state()));
+    }
+    QCOMPARE(selected, after);
+    QCOMPARE(shown, icons);
+    QCOMPARE(question.headings(), answer ? QStringList { "Remove Product?" } : QStringList());
+    QVERIFY2(
+        dialog.descriptionArea()->text().endsWith(described), qPrintable(dialog.descriptionArea()->text()));
+}
+
 void tst_Wizard::window_data()
 {
     QTest::addColumn<QStringList>("options");
@@ -156,16 +332,27 @@ void tst_Wizard::window_data()
     QTest::addColumn<QList<int>>("pages");
     QTest::addColumn<QString>("log");
     QTest::addColumn<QString>("outcome");
-    QTest::newRow("install") << QStringList() << 0 << QList<int> { 1, 20, 3, 8, 7, 11, 17 }
-                             << "install Product,install Samples"
-                             << "Install Complete";
+    QTest::addColumn<QString>("maintenance"); // the choice on the maintenance page, when it is shown
+    QTest::newRow("install, Back once from the destination")
+        << QStringList() << 0 << QList<int> { 1, 20, 3, 20, 3, 8, 7, 11, 17 }
+        << "install Product,install Samples"
+        << "Install Complete"
+        << "";
     QTest::newRow("remove") << QStringList { "--remove" } << 0 << QList<int> { 12, 17 }
                             << "remove Samples,remove Product"
-                            << "Uninstall Complete";
+                            << "Uninstall Complete"
+                            << "";
+    QTest::newRow("repair chosen on the maintenance page")
+        << QStringList { "--remove" } << 0 << QList<int> { 10, 14, 17 }
+        << "remove Samples,remove Product,install Product,install Samples"
+        << "Repair Complete"
+        << "Repair";
     QTest::newRow("Cancel, No goes on") << QStringList() << int(InstallQuestion::No) << QList<int> { 1 } << ""
+                                        << ""
                                         << "";
     QTest::newRow("Cancel, Yes ends the run")
         << QStringList() << int(InstallQuestion::Yes) << QList<int> { 1 } << ""
+        << ""
         << "";
 }
 
@@ -176,6 +363,7 @@ void tst_Wizard::window()
     QFETCH(QList<int>, pages);
     QFETCH(QString, log);
     QFETCH(QString, outcome);
+    QFETCH(QString, maintenance);
     QStringList done;
     InstallConfigurationList list(QStringLiteral("Plan"), QString(), 0, true);
     auto *product = new LoggingItem(&list, QStringLiteral("Product"), &done, 0);
@@ -185,6 +373,7 @@ void tst_Wizard::window()
     QVERIFY(QDir().mkpath(m_dir->filePath(QStringLiteral("dest/bin"))));
     InstallStandardWizard::Options wizardOptions;
     wizardOptions.licenseDocument = LicenceDocument::bytes();
+    wizardOptions.maintenancePage = !maintenance.isEmpty();
     InstallStandardWizard wizard(&list, wizardOptions);
     InstallCommandLine commandLine;
     commandLine.parse(QStringList { "Setup", "--user-mode-install" } + options, macros());
@@ -201,7 +390,16 @@ void tst_Wizard::window()
         QVERIFY(button && button->isEnabled());
         button->click();
     };
+    if (!maintenance.isEmpty()) {
+        // A product whose own maintenance page chooses the mode.
+        wizard.showPage(Page::MaintenancePage);
+        for (QRadioButton *choice : wizard.window()->findChildren<QRadioButton *>()) {
+            if (choice->text() == maintenance && choice->isVisible())
+                choice->click();
+        }
+    }
     QList<int> shown { wizard.currentPageId() };
+    bool wentBack = false;
     if (cancelAnswer) {
         QString question;
         whenModal([&](QWidget *box) {
@@ -213,12 +411,15 @@ void tst_Wizard::window()
             qPrintable(question));
         QCOMPARE(application.hasEnded(), cancelAnswer == InstallQuestion::Yes);
     }
-    for (int i = 0; i < 10 && !cancelAnswer && wizard.currentPageId() != Page::CompletePage; ++i) {
+    for (int i = 0; i < 12 && !cancelAnswer && wizard.currentPageId() != Page::CompletePage; ++i) {
         if (wizard.currentPageId() == Page::LicensePage)
             wizard.acceptLicense();
         if (wizard.currentPageId() == Page::OptionalPage)
             samples->setInstall(true);
-        press("Next");
+        const bool back = !wentBack && !options.contains(QStringLiteral("--remove"))
+            && wizard.currentPageId() == Page::DestinationPage;
+        wentBack = wentBack || back;
+        press(back ? "Back" : "Next");
         shown.append(wizard.currentPageId());
     }
     QCOMPARE(shown, pages);
