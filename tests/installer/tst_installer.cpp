@@ -39,34 +39,37 @@ namespace {
 class DiskItem : public InstallConfigurationItem
 {
 public:
-    DiskItem(InstallConfigurationItem *parent, const QString &title, QSet<QString> *disk, QStringList *log)
+    DiskItem(InstallConfigurationItem *parent, const QString &title, QSet<QString> *disk, QStringList *log,
+        std::function<void()> *firstAction)
         : InstallConfigurationItem(parent, title, QString(), 0, true, AllFlags)
         , m_disk(disk)
         , m_log(log)
+        , m_firstAction(firstAction)
     { }
-    std::function<void()> duringInstall;
 
 protected:
-    void installAction() override
-    {
-        if (duringInstall)
-            duringInstall();
-        m_log->append(QStringLiteral("install ") + title());
-        m_disk->insert(title());
-    }
-    void uninstallAction() override
-    {
-        m_log->append(QStringLiteral("remove ") + title());
-        m_disk->remove(title());
-    }
+    void installAction() override { act(QStringLiteral("install ")); }
+    void uninstallAction() override { act(QStringLiteral("remove ")); }
     void checkInstalledAction() override
     {
         setInstalled(m_disk->contains(title()) ? fullyInstalled : notInstalled);
     }
 
 private:
+    void act(const QString &what)
+    {
+        // Whatever the first action of a run is to do besides, it does once.
+        if (*m_firstAction)
+            std::exchange(*m_firstAction, nullptr)();
+        m_log->append(what + title());
+        if (what.startsWith(QLatin1String("install")))
+            m_disk->insert(title());
+        else
+            m_disk->remove(title());
+    }
     QSet<QString> *m_disk;
     QStringList *m_log;
+    std::function<void()> *m_firstAction;
 };
 
 } // namespace
@@ -115,6 +118,8 @@ public:
     void installationModeChanged(InstallMode::Mode) override { }
 
     void next() { emit nextClicked(current); }
+    void back() { emit backClicked(current); }
+    void help() { emit helpClicked(current); }
     void cancel() { emit cancelClicked(current); }
     void choose(InstallMode::Mode mode) { emit modeChosen(mode); }
 
@@ -137,7 +142,7 @@ private slots:
     void cleanup();
     void sequences_data();
     void sequences();
-    void cancelDuringOperationStopsAtNextStep();
+    void backAndHelp();
     void record_data();
     void record();
     void squattedLock_data();
@@ -156,6 +161,7 @@ private:
     QStringList m_log;
     DiskItem *m_product = nullptr;
     DiskItem *m_docs = nullptr;
+    std::function<void()> m_firstAction;
 };
 
 void tst_Installer::init()
@@ -168,8 +174,8 @@ void tst_Installer::init()
     m_disk.clear();
     m_log.clear();
     m_list = std::make_unique<InstallConfigurationList>(QStringLiteral("Plan"), QString(), 0, true);
-    m_product = new DiskItem(m_list.get(), QStringLiteral("Product"), &m_disk, &m_log);
-    m_docs = new DiskItem(m_list.get(), QStringLiteral("Docs"), &m_disk, &m_log);
+    m_product = new DiskItem(m_list.get(), QStringLiteral("Product"), &m_disk, &m_log, &m_firstAction);
+    m_docs = new DiskItem(m_list.get(), QStringLiteral("Docs"), &m_disk, &m_log, &m_firstAction);
 }
 
 void tst_Installer::cleanup()
@@ -198,39 +204,61 @@ void tst_Installer::sequences_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QString>("outcome"); // the last page's title
     QTest::addColumn<int>("result");
+    QTest::addColumn<QString>("cancelled"); // Cancel pressed as the first item acts: its question's heading
     const QString both = QStringLiteral("install Product,install Docs");
     const QString removeBoth = QStringLiteral("remove Docs,remove Product");
     const int typical = InstallMode::Typical;
     const int succeeded = InstallApplication::Succeeded;
     QTest::newRow("typical") << QStringList() << false << "" << typical
                              << QList<int> { 1, 20, 3, 8, 11, 16, 17 } << both << "Install Complete"
-                             << succeeded;
+                             << succeeded << "";
     QTest::newRow("custom, variables and components")
         << QStringList() << false << "environment optional" << int(InstallMode::Custom)
-        << QList<int> { 1, 20, 3, 8, 9, 6, 7, 11, 16, 17 } << both << "Install Complete" << succeeded;
+        << QList<int> { 1, 20, 3, 8, 9, 6, 7, 11, 16, 17 } << both << "Install Complete" << succeeded << "";
     QTest::newRow("minimal, components only")
         << QStringList() << false << "optional" << int(InstallMode::Minimal)
-        << QList<int> { 1, 20, 3, 8, 7, 11, 16, 17 } << both << "Install Complete" << succeeded;
+        << QList<int> { 1, 20, 3, 8, 7, 11, 16, 17 } << both << "Install Complete" << succeeded << "";
     QTest::newRow("no licence page") << QStringList() << false << "no licence" << typical
                                      << QList<int> { 1, 3, 8, 11, 16, 17 } << both << "Install Complete"
-                                     << succeeded;
+                                     << succeeded << "";
     QTest::newRow("licence not accepted")
         << QStringList() << false << "not accepted" << typical << QList<int> { 1, 20, 18 } << ""
-        << "Installation Failed" << int(InstallApplication::Failed);
+        << "Installation Failed" << int(InstallApplication::Failed) << "";
     QTest::newRow("an installation at the destination is upgraded")
         << QStringList() << true << "" << typical << QList<int> { 1, 20, 3, 16, 15, 16, 17 }
-        << removeBoth + "," + both << "Upgrade Complete" << succeeded;
+        << removeBoth + "," + both << "Upgrade Complete" << succeeded << "";
     QTest::newRow("--remove starts at the removal")
         << QStringList { "--remove" } << true << "" << typical << QList<int> { 16, 12, 16, 17 } << removeBoth
-        << "Uninstall Complete" << int(InstallApplication::Removed);
+        << "Uninstall Complete" << int(InstallApplication::Removed) << "";
     QTest::newRow("repair chosen on the maintenance page")
         << QStringList() << true << "maintenance" << int(InstallMode::Repair) << QList<int> { 10, 14, 16, 17 }
-        << removeBoth + "," + both << "Repair Complete" << succeeded;
+        << removeBoth + "," + both << "Repair Complete" << succeeded << "";
     // Docs deselected on the custom setup page: only it goes.
     QTest::newRow("modify chosen on the maintenance page")
         << QStringList() << true << "maintenance" << int(InstallMode::Modify)
         << QList<int> { 10, 9, 13, 16, 17 } << "remove Docs"
-        << "Modify Complete" << succeeded;
+        << "Modify Complete" << succeeded << "";
+    // Cancel answered No, then Yes: the run stops before the next item, on the failed page.
+    const int failed = InstallApplication::Failed;
+    QTest::newRow("typical, cancelled")
+        << QStringList() << false << "" << typical << QList<int> { 1, 20, 3, 8, 11, 16, 18 }
+        << "install Product"
+        << "Installation Failed" << failed << "The installation is not complete";
+    QTest::newRow("upgrade, cancelled")
+        << QStringList() << true << "" << typical << QList<int> { 1, 20, 3, 16, 15, 16, 18 } << "remove Docs"
+        << "Upgrade Failed" << failed << "The installation is not complete";
+    QTest::newRow("--remove, cancelled")
+        << QStringList { "--remove" } << true << "" << typical << QList<int> { 16, 12, 16, 18 }
+        << "remove Docs"
+        << "Uninstall Failed" << failed << "The installation removal is not complete";
+    QTest::newRow("repair, cancelled")
+        << QStringList() << true << "maintenance" << int(InstallMode::Repair) << QList<int> { 10, 14, 16, 18 }
+        << "remove Docs"
+        << "Repair Failed" << failed << "The installation repair is not complete";
+    QTest::newRow("modify, cancelled")
+        << QStringList() << true << "maintenance" << int(InstallMode::Modify)
+        << QList<int> { 10, 9, 13, 16, 18 } << "remove Docs"
+        << "Modify Failed" << failed << "The installation modify is not complete";
 }
 
 void tst_Installer::sequences()
@@ -243,6 +271,7 @@ void tst_Installer::sequences()
     QFETCH(QString, log);
     QFETCH(QString, outcome);
     QFETCH(int, result);
+    QFETCH(QString, cancelled);
     if (installedBefore) {
         auto installer
             = application(nullptr, { QStringLiteral("--silent"), QStringLiteral("--accept-license") });
@@ -257,6 +286,13 @@ void tst_Installer::sequences()
     window.rows[Page::EnvironmentPage] = wizard.contains(QLatin1String("environment")) ? 2 : 0;
     window.rows[Page::OptionalPage] = wizard.contains(QLatin1String("optional")) ? 1 : 0;
     auto installer = application(&window, options);
+    if (!cancelled.isEmpty()) {
+        window.script.answers = { InstallQuestion::No, InstallQuestion::Yes };
+        m_firstAction = [&window] {
+            window.cancel();
+            window.cancel();
+        };
+    }
     if (wizard == QLatin1String("maintenance")) {
         // A product whose own maintenance page chooses the mode.
         window.pages.insert(Page::MaintenancePage);
@@ -278,37 +314,27 @@ void tst_Installer::sequences()
     QCOMPARE(m_log.join(QLatin1Char(',')), log);
     QCOMPARE(window.titles[window.shown.last()], outcome);
     QCOMPARE(installer->result(), result);
-    QVERIFY(window.script.asked.isEmpty());
+    QCOMPARE(window.script.headings(),
+        cancelled.isEmpty() ? QStringList() : (QStringList { cancelled, cancelled }));
     // Every run that changed something leaves its record for the next one.
     QCOMPARE(QFile::exists(path(QStringLiteral("dest/bin/IConf.xml"))), !log.isEmpty() || installedBefore);
 }
 
-void tst_Installer::cancelDuringOperationStopsAtNextStep()
+void tst_Installer::backAndHelp()
 {
     FakeWizard window;
-    window.script.answers = { InstallQuestion::No, InstallQuestion::Yes };
     auto installer = application(&window);
-    // Cancel pressed twice while the first item works: No goes on, Yes stops
-    // the run before the second item.
-    m_product->duringInstall = [&window] {
-        window.cancel();
-        window.cancel();
-    };
     installer->start();
-    for (int i = 0; i < 6 && window.current != Page::StartInstallationPage; ++i)
-        window.next();
     window.next();
-    QCOMPARE(window.script.headings(),
-        QStringList({ "The installation is not complete", "The installation is not complete" }));
-    QCOMPARE(m_log, QStringList { QStringLiteral("install Product") });
-    QCOMPARE(window.current, int(Page::FailedPage));
-    QVERIFY(window.texts[Page::FailedPage].startsWith(
-        QStringLiteral("Installation has been cancelled by user.")));
-    // What was done is recorded for a later removal.
-    QVERIFY(QFile::exists(path(QStringLiteral("dest/bin/IConf.xml"))));
-    window.next();
+    window.help();
+    for (int i = 0; i < 3; ++i)
+        window.back();
+    // Help is a page like any other; Back goes no further than the first page.
+    QCOMPARE(window.shown,
+        (QList<int> {
+            Page::WelcomePage, Page::LicensePage, Page::HelpPage, Page::LicensePage, Page::WelcomePage }));
+    window.cancel();
     QVERIFY(installer->hasEnded());
-    QCOMPARE(installer->result(), int(InstallApplication::Failed));
 }
 
 void tst_Installer::record_data()
