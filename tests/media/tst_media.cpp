@@ -230,6 +230,8 @@ private slots:
     }
     void roundTrip_data();
     void roundTrip();
+    void lookup_data();
+    void lookup();
     void independentArchives_data();
     void independentArchives();
     void sortedIndexOfManyNames();
@@ -316,6 +318,48 @@ void tst_Media::roundTrip()
     }
     // Going back restarts the body and still gives the right bytes.
     QCOMPARE(reader.data(reader.member(0)), sample(200000, 1));
+}
+
+void tst_Media::lookup_data()
+{
+    QTest::addColumn<QString>("pattern");
+    QTest::addColumn<QStringList>("found");
+    QTest::newRow("a star crosses folders") << "*.so" << QStringList { "lib/a.so", "lib/b.so", "lib/c.so" };
+    QTest::newRow("one character") << "lib/?.so" << QStringList { "lib/a.so", "lib/b.so", "lib/c.so" };
+    QTest::newRow("a range") << "lib/[a-b].so" << QStringList { "lib/a.so", "lib/b.so" };
+    QTest::newRow("a negated set") << "lib/[!ac].so" << QStringList { "lib/b.so" };
+    QTest::newRow("a bracket first in a set") << "[]x]*" << QStringList { "]x" };
+    QTest::newRow("an unclosed bracket is itself") << "odd[" << QStringList { "odd[" };
+    QTest::newRow("the whole name only") << "lib" << QStringList();
+}
+
+void tst_Media::lookup()
+{
+    QFETCH(QString, pattern);
+    QFETCH(QStringList, found);
+    PackageArchive writer;
+    for (const char *name : { "lib/a.so", "doc/calvra_package.xml", "lib/b.so", "]x", "lib/c.so", "odd[" })
+        writer.addData(name, 0644, QString::fromLatin1(name));
+    // Added again, a name keeps its place and takes the new bytes.
+    writer.addData("again", 0600, QStringLiteral("]x"));
+    writer.save(path("a.pa"));
+    QCOMPARE(PackageArchive::formatOf(path("a.pa")).count, 6u);
+    PackageArchive archive(path("a.pa"));
+    QStringList names;
+    for (const PackageArchiveFile &member : archive.entries(pattern))
+        names.append(member.name());
+    QCOMPARE(names, found);
+    QCOMPARE(archive.packageDescription().name(), QStringLiteral("doc/calvra_package.xml"));
+    QCOMPARE(archive.data(QStringLiteral("]x")), QByteArray("again"));
+    QCOMPARE(archive.indexOf(QStringLiteral("]x")), 3);
+    QCOMPARE(message([&] { archive.data(QStringLiteral("lib")); }),
+        QStringLiteral("cannot read file lib from archive"));
+    // One member to a name of its own, one below a folder; neither overwrites unasked.
+    archive.extractToFile(archive.find(QStringLiteral("lib/b.so")), path("out/renamed"), false);
+    archive.extract(archive.find(QStringLiteral("odd[")), path("out"), false);
+    QCOMPARE(readAll(path("out/renamed")) + readAll(path("out/odd[")), QByteArray("lib/b.soodd["));
+    QCOMPARE(message([&] { archive.extract(archive.find(QStringLiteral("odd[")), path("out"), false); }),
+        QStringLiteral("cannot overwrite file ") + path("out/odd["));
 }
 
 void tst_Media::independentArchives_data()
@@ -529,8 +573,8 @@ void tst_Media::media()
     const QStringList inTheWay { "declined 1500000000 13", "readonly.h 1300000000 0" };
     QCOMPARE(decision.asked,
         archive ? inTheWay
-                : QStringList({ "Quilmor 1600000000 23", "declined 1500000000 13", "deep.txt 1500000000 70000",
-                    "readonly.h 1300000000 0" }));
+                : QStringList({ "Quilmor 1600000000 23", "declined 1500000000 13",
+                    "deep.txt 1500000000 70000", "readonly.h 1300000000 0" }));
     QCOMPARE(readAll(path("dest/declined")), QByteArray("the user's"));
     for (const auto &file : files) {
         if (!file.name.startsWith(QLatin1String("bin/sub/")) && file.name != QLatin1String("bin/Quilmor"))
