@@ -8,6 +8,7 @@
 #include "core/installcommandline.h"
 #include "core/installsilentquestion.h"
 #include "core/macrotable.h"
+#include "core/places.h"
 #include "core/plaintextrenderer.h"
 #include "core/runcommand.h"
 
@@ -48,6 +49,8 @@ private slots:
     void initTestCase();
     void expand_data();
     void expand();
+    void cleanAndEscape_data();
+    void cleanAndEscape();
     void entryCommandLine_data();
     void entryCommandLine();
     void installCommandLine_data();
@@ -123,6 +126,34 @@ void tst_Core::expand()
         commandLine.parse(QStringList { "Setup", "--user-mode-install" } + options, table);
     }
     QCOMPARE(table.expand(text), expected);
+}
+
+void tst_Core::cleanAndEscape_data()
+{
+    QTest::addColumn<bool>("escape"); // else clean the path
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("dots and doubled separators") << false << "/a/./b//c/../d/"
+                                                 << "/a/b/d";
+    QTest::newRow("above the top of a relative path") << false << "../x/.."
+                                                      << "";
+    QTest::newRow("above the root") << false << "/../etc"
+                                    << "/etc";
+    QTest::newRow("every special character") << true << "a\\{}[]():?^$.+*,b"
+                                             << "a\\\\\\{\\}\\[\\]\\(\\)\\:\\?\\^\\$\\.\\+\\*\\,b";
+    QTest::newRow("an expanded path matches itself") << true << "/opt/c++ (x)"
+                                                     << "/opt/c\\+\\+ \\(x\\)";
+}
+
+void tst_Core::cleanAndEscape()
+{
+    QFETCH(bool, escape);
+    QFETCH(QString, text);
+    QFETCH(QString, expected);
+    QCOMPARE(escape ? MacroTable::escapeForPattern(text) : Places::cleanPath(text), expected);
+    if (escape)
+        QVERIFY(
+            QRegularExpression(QStringLiteral("^") + expected + QStringLiteral("$")).match(text).hasMatch());
 }
 
 void tst_Core::entryCommandLine_data()

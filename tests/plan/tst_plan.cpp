@@ -315,6 +315,13 @@ void tst_Plan::overwrite_data()
     QTest::newRow("older read-only, Yes, then No")
         << "older read-only" << QList<int> { yes, no } << false
         << "Older version of file already exists:1|%1 is a read only file:16";
+    // The read-only answer "to all" holds too; Cancel ends the run there.
+    const QList<QPair<int, const char *>> readOnlyAnswers { { InstallQuestion::YesToAll, "Yes to All" },
+        { InstallQuestion::NoToAll, "No to All" }, { cancel, "Cancel" } };
+    for (const auto &[answer, name] : readOnlyAnswers)
+        QTest::addRow("older read-only, Yes, then %s", name)
+            << "older read-only" << QList<int> { yes, answer } << (answer == InstallQuestion::YesToAll)
+            << "Older version of file already exists:1|%1 is a read only file:16";
     QTest::newRow("a link where the file belongs is replaced unasked")
         << "link" << QList<int> {} << true << "";
     QTest::newRow("Yes to All holds for the next file") << "older" << QList<int> { InstallQuestion::YesToAll }
