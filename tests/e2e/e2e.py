@@ -453,7 +453,7 @@ class Install(Case):
         self.assertEqual((code, err), (0, ""))
         self.assertIn("License agreement accepted\n", out)
 
-    def test_user_mode_as_nobody(self):
+    def test_user_mode_as_nobody_installs_and_removes_its_own(self):
         os.chown(self.home, NOBODY, NOBODY)
         code, out, err = self.run_setup(["--silent", "--accept-license", "--user-mode-install"], prefix=AS_NOBODY)
         self.assertEqual((code, err), (0, ""))
@@ -461,9 +461,14 @@ class Install(Case):
         self.assertInstalled(destination)
         self.assertEqual(os.stat(os.path.join(destination, "bin", "Quilmor")).st_uid, NOBODY)
         # The menu entry and file types are the user's own, not the system's.
-        self.assertTrue(os.path.exists(self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)))
+        entry = self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)
+        self.assertTrue(os.path.exists(entry))
         self.assertTrue(os.path.exists(self.home + "/.local/share/mime/packages/" + os.path.basename(MIME_PACKAGE)))
         self.assertFalse(os.path.exists(DESKTOP_ENTRY))
+        # Its own uninstall, started by the user without the option, removes it in user mode.
+        result = self.run_setup(["--silent"], program=os.path.join(destination, "bin", "uninstall"), prefix=AS_NOBODY)
+        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
+        self.assertFalse(os.path.exists(entry) or os.path.exists(destination))
 
     def test_sudo_user_gets_the_configuration_back(self):
         # Only into a home of the user's own; links and other users' homes are the adversarial suite's.
@@ -854,17 +859,6 @@ class Truth(Case):
         code, out, err = self.install(program=os.path.join(medium, "Setup"))
         self.assertEqual(code, 1)
         self.assertRegex(err, r"\nerror: Cannot copy file %s/(gcc/)?llvm/bin/clang" % medium)
-
-    def test_a_user_removes_its_own_installation(self):
-        os.chown(self.home, NOBODY, NOBODY)
-        code, out, err = self.run_setup(["--silent", "--accept-license", "--user-mode-install"], prefix=AS_NOBODY)
-        self.assertEqual((code, err), (0, ""))
-        destination = os.path.join(self.home, ".local/share/tamrin_calvra_for_arm_5.50a")
-        entry = self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)
-        self.assertTrue(os.path.exists(entry))
-        result = self.run_setup(["--silent"], program=os.path.join(destination, "bin", "uninstall"), prefix=AS_NOBODY)
-        self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
-        self.assertFalse(os.path.exists(entry) or os.path.exists(destination))
 
 
 GROUPS = {"cli": Cli, "install": Install, "faults": Faults, "hostile": Hostile, "window": Window, "truth": Truth}
