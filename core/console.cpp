@@ -1,6 +1,7 @@
 #include "core/console.h"
 
 #include <QByteArray>
+#include <algorithm>
 
 #include <cstdio>
 #include <cstdlib>
@@ -44,17 +45,15 @@ private:
 
 } // namespace
 
-bool terminalSize(int *columns, int *rows)
+void textSize(int *columns, int *rows)
 {
     struct winsize size = {};
     // A terminal that reports no cells is as good as none.
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
-        return false;
-    if (columns)
-        *columns = size.ws_col;
-    if (rows)
-        *rows = size.ws_row;
-    return true;
+        size = { 25, 80, 0, 0 };
+    // Wider lines are harder to read, and the text was written for 80.
+    *columns = std::min<int>(size.ws_col, 80);
+    *rows = size.ws_row;
 }
 
 int readKey()

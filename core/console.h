@@ -5,9 +5,10 @@
 // Terminal and user facts for the console modes.
 namespace Console {
 
-// Size of the terminal on standard output in character cells. False when
-// standard output is no terminal; either pointer may be null.
-bool terminalSize(int *columns, int *rows);
+// The size console text is laid out for, in character cells: the terminal's
+// on standard output but no wider than 80 columns, or 80x25 when standard
+// output is no terminal.
+void textSize(int *columns, int *rows);
 // Waits for one key on standard input's terminal, without echo and without
 // waiting for a line; the terminal's settings are restored before returning.
 int readKey();

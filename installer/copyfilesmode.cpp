@@ -13,7 +13,6 @@
 #include <QFileInfo>
 #include <QStringList>
 
-#include <algorithm>
 #include <cstdio>
 #include <unistd.h>
 
@@ -23,12 +22,7 @@ CopyFilesMode::CopyFilesMode(const EntryCommandLine &options)
 
 void CopyFilesMode::run()
 {
-    int columns = 0;
-    int rows = 0;
-    if (Console::terminalSize(&columns, &rows)) {
-        m_columns = std::min(columns, 80);
-        m_rows = rows;
-    }
+    Console::textSize(&m_columns, &m_rows);
     TextProgressBar bar(m_columns);
 
     macros().setDefaults();

@@ -26,8 +26,8 @@ private:
     void copyArchiveMembers(TextProgressBar &bar);
 
     const EntryCommandLine &m_options;
-    int m_columns = 80;
-    int m_rows = 25;
+    int m_columns = 0;
+    int m_rows = 0;
     QString m_destination;
     // Empty unless "--data-file" was given.
     PackageArchive m_archive;

@@ -1,5 +1,6 @@
 #include "installer/installstandardinstallerapplication.h"
 
+#include "core/console.h"
 #include "core/hexception.h"
 #include "core/installquestion.h"
 #include "core/macrotable.h"
@@ -108,8 +109,12 @@ void InstallStandardInstallerApplication::runSilent()
     try {
         bool succeeded = false;
         if (isInstallation(mode())) {
-            if (!(runFlags() & LicenceAccepted))
-                ConsoleLicencePrompt::confirmAgreement(80, 25);
+            if (!(runFlags() & LicenceAccepted)) {
+                int columns = 0;
+                int rows = 0;
+                Console::textSize(&columns, &rows);
+                ConsoleLicencePrompt::confirmAgreement(columns, rows);
+            }
             // An installation already under the destination is upgraded.
             if (readRecord(recordPath())) {
                 setMode(InstallMode::Upgrade);

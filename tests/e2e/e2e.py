@@ -352,16 +352,25 @@ class Cli(Case):
 
     @unittest.skipUnless(shutil.which("tmux"), "needs tmux")
     def test_licence_paged_on_a_terminal(self):
-        """In a tmux pane of 80x24 cells: a screenful at a time, any key goes
-        on, each prompt is erased, and the terminal is put back as it was."""
-        socket, status = os.path.join(self.tmp, "tmux.socket"), os.path.join(self.tmp, "status")
+        """In tmux panes of two sizes, for the copy-files mode and a silent
+        install: lines as wide as the pane (at most 80), a screenful at a time,
+        any key goes on, each prompt is erased, and the terminal is put back."""
+        for columns, rows, folder, options in ((80, 24, INSTALLER, ["--copy-files-to"]),
+                                               (46, 13, MEDIUM, ["--user-mode-install", "--destination"])):
+            with self.subTest(columns=columns, rows=rows):
+                self.page_through(columns, rows, folder, options, os.path.join(self.tmp, "%dx%d" % (columns, rows)))
+
+    def page_through(self, columns, rows, folder, options, destination):
+        socket, status = destination + ".socket", destination + ".status"
+        env = {"HOME": self.tmp, "TMPDIR": self.tmp, "PATH": os.environ.get("PATH", "/bin"), "TERM": "xterm"}
 
         def tmux(*args):
             return subprocess.run(["tmux", "-S", socket] + list(args), env=env, check=True, stdout=subprocess.PIPE,
                                   text=True).stdout
 
-        def screen(history=False):
-            return tmux("capture-pane", "-p", *(["-S", "-"] if history else [])).rstrip("\n").split("\n")
+        def screen(history=False):  # -J: a line the pane wrapped is one line again
+            captured = tmux("capture-pane", "-pJ", *(["-S", "-"] if history else [])).rstrip("\n")
+            return [line.rstrip() for line in captured.split("\n")]
 
         def wait_for(condition):
             deadline = time.monotonic() + 60  # only stops a hung run
@@ -370,33 +379,37 @@ class Cli(Case):
                 time.sleep(0.05)
 
         asked = QUESTION.rstrip()  # a pane's lines lose their trailing blanks
-        env = {"HOME": self.tmp, "TMPDIR": self.tmp, "PATH": os.environ.get("PATH", "/bin"), "TERM": "xterm"}
-        agreement = self.run_setup(["--copy-files-to", self.destination + "-pipe", "--silent"], stdin=b"no\n",
+        agreement = self.run_setup(["--copy-files-to", destination + "-pipe", "--silent"], stdin=b"no\n",
                                    program=os.path.join(INSTALLER, "Setup"))[1].partition(QUESTION)[0]
         lines = agreement.rstrip("\n").split("\n")
-        command = "cd %s && ./Setup --copy-files-to %s --silent; s=$?; stty -a > %s/stty; echo $s > %s; exec sleep 600"
-        tmux("new-session", "-d", "-x", "80", "-y", "24", "sh", "-c",
-             command % (INSTALLER, shlex.quote(self.destination), self.tmp, status))
-        self.addCleanup(subprocess.run, ["tmux", "-S", socket, "kill-server"], stderr=subprocess.DEVNULL)
-        pages = 0
-        while True:
-            wait_for(lambda: screen()[-1] == "<Press a return to continue>" or screen()[-1].startswith(asked))
-            if screen()[-1].startswith(asked):
-                break
-            if pages == 0:
-                self.assertEqual(screen()[:23], lines[:23])
-            pages += 1
-            before = screen(True)
-            tmux("send-keys", "x" if pages == 1 else "Enter")
-            wait_for(lambda: screen(True) != before)
-        self.assertEqual(pages, len(lines) // 23)
-        history = screen(True)
-        self.assertEqual(history[:max(i for i, line in enumerate(history) if line.startswith(asked))], lines)
-        tmux("send-keys", "YES", "Enter")
-        wait_for(lambda: os.path.exists(status))
-        self.assertEqual(read(status), b"0\n")
-        self.assertTrue(os.path.isfile(os.path.join(self.destination, "bin", "Setup")))
-        self.assertTrue({"icanon", "echo"} <= set(read(os.path.join(self.tmp, "stty")).decode().split()))
+        command = "cd %s && ./Setup %s %s --silent; s=$?; stty -a > %s/stty; echo $s > %s; exec sleep 600"
+        tmux("new-session", "-d", "-x", str(columns), "-y", str(rows), "sh", "-c",
+             command % (folder, " ".join(options), shlex.quote(destination), self.tmp, status))
+        try:
+            pages = 0
+            while True:
+                wait_for(lambda: screen()[-1] == "<Press a return to continue>" or screen()[-1].startswith(asked))
+                if screen()[-1].startswith(asked):
+                    break
+                pages += 1
+                before = screen(True)
+                tmux("send-keys", "x" if pages == 1 else "Enter")
+                wait_for(lambda: screen(True) != before)
+            history = screen(True)
+            shown = history[:max(i for i, line in enumerate(history) if line.startswith(asked))]
+            self.assertLessEqual(max(map(len, shown)), columns)
+            self.assertEqual(" ".join(" ".join(shown).split()), " ".join(" ".join(lines).split()))
+            self.assertEqual(pages, len(shown) // (rows - 1))
+            if columns == 80:
+                self.assertEqual(shown, lines)
+            tmux("send-keys", "YES", "Enter")
+            wait_for(lambda: os.path.exists(status))
+            self.assertEqual(read(status), b"0\n")
+            written = "IConf.xml" if "--destination" in options else "Setup"  # the record, or the copied installer
+            self.assertTrue(os.path.isfile(os.path.join(destination, "bin", written)))
+            self.assertTrue({"icanon", "echo"} <= set(read(os.path.join(self.tmp, "stty")).decode().split()))
+        finally:  # tearDown takes the socket away before any cleanup
+            subprocess.run(["tmux", "-S", socket, "kill-server"], stderr=subprocess.DEVNULL)
 
 
 class Install(Case):
