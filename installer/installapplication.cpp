@@ -64,6 +64,7 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
             printLine(m_taskPrefix + item->title());
     });
     connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
+    connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
         m_list->setQuestion(m_wizard->question());

@@ -57,6 +57,9 @@ public:
 signals:
     void starting(InstallConfigurationItem *item);
     void finished(InstallConfigurationItem *item);
+    // Before each file a removal deletes: a point where a requested stop can
+    // take effect between two files.
+    void deletingFile(const QString &path);
     void skipped(int count);
 
 private:

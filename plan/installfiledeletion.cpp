@@ -3,7 +3,7 @@
 #include "core/installquestion.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
-#include "plan/installconfigurationitem.h"
+#include "plan/installconfigurationlist.h"
 #include "plan/planlogging.h"
 
 #include <QDir>
@@ -28,10 +28,13 @@ void InstallFileDeletion::deleteFiles(const QStringList &paths)
     emit m_item->progress(0);
     emit m_item->totalSteps(std::max<int>(int(paths.size()), 2));
 
+    InstallConfigurationList *root = m_item->list();
     QSet<QString> folders;
     int handled = 0;
     for (const QString &unexpanded : paths) {
         const QString path = expandMacros(unexpanded);
+        if (root)
+            emit root->deletingFile(path);
         QString name;
         QString relativeFolder;
         const HeldFolder folder = folderOf(path, name, &relativeFolder);

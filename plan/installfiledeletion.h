@@ -15,7 +15,8 @@ class InstallConfigurationItem;
 // the folders of files outside the destination stay. A file that cannot be
 // deleted gets Retry, Ignore or Cancel; Cancel throws
 // InstallUserCancelException and leaves everything deleted so far deleted.
-// Nothing else fails.
+// The list hears of each file before it goes (deletingFile), so a stop the
+// user asked for can end the removal between two files. Nothing else fails.
 class InstallFileDeletion
 {
 public:
