@@ -78,7 +78,8 @@ bool copyFile(const QString &source, const QString &target, bool createFolders)
     return folder.isValid() && copyFile(source, folder, name);
 }
 
-bool copyFile(const QString &source, const HeldFolder &folder, const QString &name)
+bool copyFile(const QString &source, const HeldFolder &folder, const QString &name,
+    const std::function<void(qint64)> &written)
 {
     Descriptor in(::open(QFile::encodeName(source).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat sourceStatus;
@@ -89,6 +90,7 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
         return false;
 
     QByteArray block(131072, Qt::Uninitialized);
+    qint64 total = 0;
     for (;;) {
         const ssize_t got = ::read(in.get(), block.data(), size_t(block.size()));
         if (got < 0) {
@@ -100,6 +102,9 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
             break;
         if (!writeAll(out.fd(), block.constData(), got))
             return false;
+        total += got;
+        if (written)
+            written(total);
     }
 
     const struct timespec times[2] = { sourceStatus.st_atim, sourceStatus.st_mtim };

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <functional>
+
 class HeldFolder;
 
 // Creating folders, removing and copying files. Failures are reported by the
@@ -23,8 +25,10 @@ bool removeFile(const QString &path);
 // file-creation mask; set-user, set-group and sticky bits are never copied.
 // With createFolders the target's folder is made first.
 bool copyFile(const QString &source, const QString &target, bool createFolders = false);
-// The same, to name inside folder.
-bool copyFile(const QString &source, const HeldFolder &folder, const QString &name);
+// The same, to name inside folder; written, when given, hears how many bytes
+// are written so far after each block, and may throw to abandon the copy.
+bool copyFile(const QString &source, const HeldFolder &folder, const QString &name,
+    const std::function<void(qint64)> &written = nullptr);
 // Writes content as the whole file at path, replacing it the same way as
 // copyFile; a new file gets mode 0666 less the file-creation mask.
 bool writeFile(const QString &path, const QByteArray &content);

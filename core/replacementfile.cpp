@@ -59,8 +59,10 @@ ReplacementFile::Outcome ReplacementFile::commit()
     if (m_named.isEmpty()) {
         // Where nothing stands the unnamed file takes the name at once; else
         // it gets a temporary name first, since only a rename replaces.
-        if (linkUnder(m_target))
+        if (linkUnder(m_target)) {
+            m_created = true;
             return m_fd.close() ? Committed : Failed;
+        }
         if (errno != EEXIST)
             return Failed;
         static unsigned counter = 0;

@@ -39,6 +39,8 @@ public:
     };
     // Gives the content its name.
     Outcome commit();
+    // After a commit: nothing stood at the name before, the file is new.
+    bool created() const { return m_created; }
 
 private:
     bool linkUnder(const QByteArray &name);
@@ -48,4 +50,5 @@ private:
     QByteArray m_target;
     QByteArray m_named;
     Descriptor m_fd;
+    bool m_created = false;
 };

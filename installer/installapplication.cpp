@@ -63,7 +63,7 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
         if (m_operationRunning && !m_wizard && item != m_list)
             printLine(m_taskPrefix + item->title());
     });
-    connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
+    connectMedia();
     connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
@@ -485,7 +485,13 @@ void InstallApplication::followSourceFolder()
         return;
     m_media = std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
     m_list->setMedia(m_media.get());
+    connectMedia();
+}
+
+void InstallApplication::connectMedia()
+{
     connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
+    connect(m_media.get(), &InstallMedia::extractedBytes, this, &InstallApplication::onOperationStep);
 }
 
 void InstallApplication::processEvents()

@@ -162,6 +162,7 @@ private:
     };
 
     void onOperationStep();
+    void connectMedia();
     bool walk(Operation operation);
     void printLine(const QString &line);
 

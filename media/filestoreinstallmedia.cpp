@@ -4,6 +4,7 @@
 #include "core/installexception.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QPair>
@@ -92,6 +93,13 @@ void FileStoreInstallMedia::copyFiles(
     const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
 {
     TargetFolders folders(destinationFolder);
+    QElapsedTimer sinceProgress;
+    const auto written = [&](qint64 bytes) {
+        if (sinceProgress.hasExpired(progressInterval())) {
+            emit extractedBytes(quint64(bytes));
+            sinceProgress.start();
+        }
+    };
     for (const QString &name : files) {
         const QString source = m_root + QLatin1Char('/') + sourceFolder + QLatin1Char('/') + name;
         const QString target = destinationFolder + QLatin1Char('/') + name;
@@ -106,7 +114,8 @@ void FileStoreInstallMedia::copyFiles(
         const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
         if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
-        if (!FileUtils::copyFile(source, *folder, TargetFolders::fileName(name)))
+        sinceProgress.start();
+        if (!FileUtils::copyFile(source, *folder, TargetFolders::fileName(name), written))
             throw InstallException(failure);
         emit extractedFile(quint64(status.st_size));
     }

@@ -14,8 +14,11 @@ class InstallOverwriteDecision;
 // tree. Paths inside a medium are relative with "/" separators; a folder is a
 // path prefix without a trailing "/". While copying, every file is announced by
 // extractingFile (its name) and, once written, by extractedFile (its size in
-// bytes; listeners that want a running total keep it themselves). Owned by the
-// installer application; used on the user-interface thread.
+// bytes; listeners that want a running total keep it themselves). While a
+// long file is written, extractedBytes tells how much of it is, every
+// progressInterval() milliseconds: progress moves within the file and a stop
+// the user asked for takes effect there. Owned by the installer application;
+// used on the user-interface thread.
 class InstallMedia : public QObject
 {
     Q_OBJECT
@@ -42,8 +45,13 @@ public:
     void setOverwriteDecision(InstallOverwriteDecision *decision) { m_decision = decision; }
     InstallOverwriteDecision *overwriteDecision() const { return m_decision; }
 
+    // Often enough for a window to answer input at once.
+    int progressInterval() const { return m_progressInterval; }
+    void setProgressInterval(int milliseconds) { m_progressInterval = milliseconds; }
+
 signals:
     void extractingFile(const QString &filename);
+    void extractedBytes(quint64 bytesOfFile);
     void extractedFile(quint64 bytesExtracted);
 
 protected:
@@ -79,4 +87,5 @@ protected:
 
 private:
     InstallOverwriteDecision *m_decision = nullptr;
+    int m_progressInterval = 50;
 };

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -53,6 +54,10 @@ struct PackageArchiveExtraction::Job
     QString readError;
     // Set by the writer once the file is in place or has failed.
     std::atomic<bool> written { false };
+    // The bytes the writer has written so far, for a caller waiting on a long file.
+    std::atomic<qint64> bytesWritten { 0 };
+    // The file now under the name where nothing stood before, set once it is in place.
+    ino_t created = 0;
     QString writeError;
 };
 
@@ -77,9 +82,22 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
         writer.wake.notify_all();
     for (std::thread &thread : m_threads)
         thread.join();
+    removeUntaken();
     if (const auto *stream
         = dynamic_cast<const PackageArchiveCompressedInputFile *>(m_archive.m_stream.get()))
         qCDebug(lcMedia) << "body: decompressed" << stream->decompressed() << "bytes so far";
+}
+
+void PackageArchiveExtraction::removeUntaken()
+{
+    for (const std::shared_ptr<Job> &job : m_reports) {
+        struct stat status;
+        // Only the file this extraction made: a name taken over since stays.
+        if (job->created != 0 && job->written
+            && ::fstatat(job->folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0
+            && status.st_ino == job->created && S_ISREG(status.st_mode))
+            ::unlinkat(job->folder->fd(), job->name.constData(), 0);
+    }
 }
 
 void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QString &path, bool overwrite)
@@ -159,24 +177,38 @@ bool PackageArchiveExtraction::nextReady()
     return !m_reports.empty() && m_reports.front()->written;
 }
 
-PackageArchiveFile PackageArchiveExtraction::takeNext()
+bool PackageArchiveExtraction::waitForNext(int milliseconds)
 {
     const std::shared_ptr<Job> job = m_reports.front();
-    if (!job->written) {
-        // A caller that waits has added all it can for now: the reader may
-        // go on with what is there. It waits for a run of files, so that it
-        // is woken once for them rather than once each.
-        const Job *later = m_reports[std::min(m_reports.size(), size_t(TakeAhead)) - 1].get();
-        std::unique_lock<std::mutex> lock(m_mutex);
-        ++m_callerWaiting;
-        m_readerWake.notify_one();
-        for (const Job *awaited : { later, static_cast<const Job *>(job.get()) }) {
-            m_awaited = awaited;
-            m_doneWake.wait(lock, [awaited] { return awaited->written.load(); });
-        }
-        m_awaited = nullptr;
-        --m_callerWaiting;
+    if (job->written)
+        return true;
+    // A caller that waits has added all it can for now: the reader may go on
+    // with what is there. It waits for a run of files, so that it is woken
+    // once for them rather than once each.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    const Job *later = m_reports[std::min(m_reports.size(), size_t(TakeAhead)) - 1].get();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    ++m_callerWaiting;
+    m_readerWake.notify_one();
+    for (const Job *awaited : { later, static_cast<const Job *>(job.get()) }) {
+        m_awaited = awaited;
+        if (!m_doneWake.wait_until(lock, deadline, [awaited] { return awaited->written.load(); }))
+            break;
     }
+    m_awaited = nullptr;
+    --m_callerWaiting;
+    return job->written;
+}
+
+qint64 PackageArchiveExtraction::nextBytesWritten() const
+{
+    return m_reports.front()->bytesWritten;
+}
+
+PackageArchiveFile PackageArchiveExtraction::takeNext()
+{
+    while (!waitForNext(1000)) { }
+    const std::shared_ptr<Job> job = m_reports.front();
     m_reports.pop_front();
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -385,6 +417,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
         for (const QByteArray &block : job.blocks) {
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+            job.bytesWritten += block.size();
         }
         job.blocks.clear();
         release(job.blockBytes);
@@ -398,6 +431,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
             }
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+            job.bytesWritten += block.size();
         }
     }
     if (!file.isOpen() || !complete || !job.writeError.isEmpty() || !job.readError.isEmpty())
@@ -411,8 +445,12 @@ void PackageArchiveExtraction::writeJob(Job &job)
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
         return;
     }
+    struct stat written;
+    const bool known = ::fstat(file.fd(), &written) == 0;
     switch (file.commit()) {
     case ReplacementFile::Committed:
+        if (known && file.created())
+            job.created = written.st_ino;
         break;
     case ReplacementFile::ModeRefused:
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;

@@ -34,10 +34,12 @@ class PackageArchive;
 //
 // The caller (the user-interface thread) adds members and takes the finished
 // ones back in the order it added them (reading starts once it waits for one
-// or has a full window under way); it announces a file before adding it
-// and reports it once taken, so its signals keep their order. Destroying an
-// extraction that was not finished abandons what is still under way: the
-// threads stop and the temporary files go. The archive must not be read by
+// or has a full window under way). Destroying an extraction that was not
+// finished abandons what is still under way: the threads stop and the
+// temporary files go, and so do the new files that were not taken back yet,
+// so that a cancelled or failed extraction leaves the folders as if files had
+// been written one by one, up to the last one taken; a file that replaced
+// another stays. The archive must not be read by
 // anyone else until the extraction is finished or destroyed.
 class PackageArchiveExtraction
 {
@@ -69,6 +71,11 @@ public:
     bool full() const { return pending() >= MaxPending || m_pendingBytes >= MaxPendingBytes; }
     // The oldest pending member is written (or has failed), so taking it will not wait.
     bool nextReady();
+    // Waits at most milliseconds for the oldest pending member to be written
+    // (or to fail); true once it is.
+    bool waitForNext(int milliseconds);
+    // How many bytes of the oldest pending member are written so far.
+    qint64 nextBytesWritten() const;
     // Waits for the oldest pending member and returns it; throws HException
     // with its failure.
     PackageArchiveFile takeNext();
@@ -98,6 +105,7 @@ private:
     QByteArray nextBlock(Job &job);
     void release(qint64 bytes);
     bool windowFull() const;
+    void removeUntaken();
 
     PackageArchive &m_archive;
     std::mutex m_mutex;

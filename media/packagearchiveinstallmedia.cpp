@@ -4,6 +4,8 @@
 #include "core/installexception.h"
 #include "media/packagearchiveextraction.h"
 
+#include <deque>
+
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
     : InstallMedia(parent)
@@ -38,43 +40,60 @@ quint64 PackageArchiveInstallMedia::totalSize()
 void PackageArchiveInstallMedia::copyFiles(
     const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
 {
-    // Each file is announced and decided here before its bytes are queued;
-    // it is reported once it is in place, in the same order.
+    // Files are written several at a time, yet the user sees them handled one
+    // by one: a file is announced when its bytes are the next to be written
+    // and reported once they are, and before a question about a file the
+    // ones before it are in place, so that nothing is asked after a file
+    // that failed. A failure leaves the files after it unreported; a Cancel
+    // or a shutdown abandons what is under way.
     PackageArchiveExtraction extraction(m_archive);
-    const auto reportReady = [&](bool wait) {
-        while (extraction.pending() > 0 && (wait || extraction.full() || extraction.nextReady()))
-            emit extractedFile(extraction.takeNext().size());
+    std::deque<QString> pending; // the first one is announced
+    const auto takeOne = [&] {
+        while (!extraction.waitForNext(progressInterval()))
+            emit extractedBytes(quint64(extraction.nextBytesWritten()));
+        const quint64 size = extraction.takeNext().size();
+        pending.pop_front();
+        emit extractedFile(size);
+        if (!pending.empty())
+            emit extractingFile(pending.front());
+    };
+    const auto takeAll = [&] {
+        while (!pending.empty())
+            takeOne();
     };
     TargetFolders folders(destinationFolder);
-    try {
-        for (const QString &name : files) {
-            const QString source = sourceFolder + QLatin1Char('/') + name;
-            const QString target = destinationFolder + QLatin1Char('/') + name;
-            emit extractingFile(name);
-
+    for (const QString &name : files) {
+        const QString source = sourceFolder + QLatin1Char('/') + name;
+        const QString target = destinationFolder + QLatin1Char('/') + name;
+        PackageArchiveFile member;
+        std::shared_ptr<HeldFolder> folder;
+        try {
             // Nothing is asked about, or written to, a place outside the destination.
             const QString failure
                 = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
-            const PackageArchiveFile member = m_archive.find(source);
+            member = m_archive.find(source);
             if (member.isNull())
                 throw InstallException(failure);
-            const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
-            const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
-            // Where nothing stood there is nothing to decide.
-            if (folders.taken(name) && !shouldCopy(modified, member.size(), target))
-                continue;
-            extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);
-            reportReady(false);
+            folder = folders.folderFor(name, failure);
+        } catch (...) {
+            // An earlier file's failure is the one that counts.
+            takeAll();
+            throw;
         }
-    } catch (const HException &) {
-        // A failure keeps the files before it, reported as if copied one by
-        // one; an earlier file's failure is the one that counts. A Cancel or
-        // a shutdown abandons what is under way instead.
-        reportReady(true);
-        throw;
-    } catch (const InstallException &) {
-        reportReady(true);
-        throw;
+        // Where nothing stood there is nothing to decide.
+        if (folders.taken(name)) {
+            takeAll();
+            emit extractingFile(name);
+            const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
+            if (!shouldCopy(modified, member.size(), target))
+                continue;
+        } else if (pending.empty()) {
+            emit extractingFile(name);
+        }
+        pending.push_back(name);
+        extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);
+        while (!pending.empty() && (extraction.full() || extraction.nextReady()))
+            takeOne();
     }
-    reportReady(true);
+    takeAll();
 }

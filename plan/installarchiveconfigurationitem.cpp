@@ -8,27 +8,28 @@
 
 #include <QFileInfo>
 
+#include <climits>
+#include <vector>
+
 namespace {
 
 // Disconnects when the extraction ends, also when it throws.
 class ConnectionGuard
 {
 public:
-    ConnectionGuard(QMetaObject::Connection first, QMetaObject::Connection second)
-        : m_first(first)
-        , m_second(second)
+    explicit ConnectionGuard(std::initializer_list<QMetaObject::Connection> connections)
+        : m_connections(connections)
     { }
     ~ConnectionGuard()
     {
-        QObject::disconnect(m_first);
-        QObject::disconnect(m_second);
+        for (const QMetaObject::Connection &connection : m_connections)
+            QObject::disconnect(connection);
     }
     ConnectionGuard(const ConnectionGuard &) = delete;
     ConnectionGuard &operator=(const ConnectionGuard &) = delete;
 
 private:
-    QMetaObject::Connection m_first;
-    QMetaObject::Connection m_second;
+    std::vector<QMetaObject::Connection> m_connections;
 };
 
 } // namespace
@@ -51,7 +52,12 @@ void InstallArchiveConfigurationItem::setFiles(const QStringList &files)
 void InstallArchiveConfigurationItem::extractedFile(quint64 bytesExtracted)
 {
     m_bytesExtracted += bytesExtracted;
-    emit progress(int(std::min<quint64>(m_bytesExtracted >> 10, INT_MAX)));
+    reportBytes(m_bytesExtracted);
+}
+
+void InstallArchiveConfigurationItem::reportBytes(quint64 bytes)
+{
+    emit progress(int(std::min<quint64>(bytes >> 10, INT_MAX)));
 }
 
 void InstallArchiveConfigurationItem::installAction()
@@ -69,10 +75,13 @@ void InstallArchiveConfigurationItem::installAction()
     announceTotalSteps(qint64(std::min<quint64>(totalSize >> 10, INT_MAX)));
 
     m_bytesExtracted = 0;
-    const ConnectionGuard connections(
+    const ConnectionGuard connections {
         connect(media, &InstallMedia::extractedFile, this, &InstallArchiveConfigurationItem::extractedFile),
+        connect(media, &InstallMedia::extractedBytes, this,
+            [this](quint64 bytesOfFile) { reportBytes(m_bytesExtracted + bytesOfFile); }),
         connect(media, &InstallMedia::extractingFile, this,
-            qOverload<const QString &>(&InstallConfigurationItem::progress)));
+            qOverload<const QString &>(&InstallConfigurationItem::progress)),
+    };
     media->copyFiles(m_archiveName, m_files, expandMacros(m_destination));
 }
 

@@ -46,6 +46,8 @@ protected:
     void checkInstalledAction() override;
 
 private:
+    // Progress is counted in KiB, so that a product of any size fits the bar.
+    void reportBytes(quint64 bytes);
     QString m_archiveName;
     QString m_destination;
     quint32 m_options;

@@ -241,6 +241,8 @@ private slots:
     void media();
     void extraction_data();
     void extraction();
+    void oneByOne_data();
+    void oneByOne();
     void bodyReadOnce_data();
     void bodyReadOnce();
     void bzip2AgainstReferences_data();
@@ -660,6 +662,100 @@ void tst_Media::extraction()
     }
     if (!cancelled)
         QCOMPARE(events.size(), 2 * count);
+}
+
+void tst_Media::oneByOne_data()
+{
+    // Files f00 to f19, f05 of 16 or 128 MiB: the medium must report bytes
+    // within it. In the destination, a folder stands at f05's name or a user's file
+    // at f12declined's.
+    QTest::addColumn<bool>("archive");
+    QTest::addColumn<bool>("folderAtBig"); // f05 cannot be written
+    QTest::addColumn<bool>("cancelInBig"); // Cancel from the first bytes reported within f05
+    QTest::addColumn<QString>("left"); // the files in the destination afterwards
+    const QString first = QStringLiteral("f00 f01 f02 f03 f04");
+    const QString all
+        = first + QStringLiteral(" f05 f06 f07 f08 f09 f10 f11 f12declined f13 f14 f15 f16 f17 f18 f19");
+    for (const bool archive : { false, true }) {
+        const char *medium = archive ? "archive" : "folder";
+        // Nothing is written or asked about after the failed file.
+        QTest::addRow("%s, failed file", medium) << archive << true << false << first + " f12declined";
+        QTest::addRow("%s, cancelled within a file", medium)
+            << archive << false << true << first + " f12declined";
+        QTest::addRow("%s, whole", medium) << archive << false << false << all;
+    }
+}
+
+void tst_Media::oneByOne()
+{
+    QFETCH(bool, archive);
+    QFETCH(bool, folderAtBig);
+    QFETCH(bool, cancelInBig);
+    QFETCH(QString, left);
+    QStringList names;
+    std::unique_ptr<InstallMedia> medium;
+    PackageArchive writer;
+    for (int i = 0; i < 20; ++i) {
+        // The decision declines to replace f12declined.
+        names.append(QStringLiteral("f%1").arg(i, 2, 10, QLatin1Char('0')) + (i == 12 ? "declined" : ""));
+        // A failing f05 is written while the files after it are added.
+        const QByteArray bytes
+            = i == 5 ? QByteArray(folderAtBig ? 16 << 20 : 128 << 20, '\0') : sample(1000 + i, quint32(i));
+        if (archive)
+            writer.addData(bytes, 0644, "bin/" + names.last());
+        else
+            writeFile(path("medium/bin/") + names.last(), bytes);
+    }
+    if (archive) {
+        writer.save(path("data.pa"), 1);
+        medium = std::make_unique<PackageArchiveInstallMedia>(path("data.pa"), 0);
+    } else {
+        medium = std::make_unique<FileStoreInstallMedia>(path("medium"));
+    }
+    Decision decision;
+    medium->setOverwriteDecision(&decision);
+    // Often enough that the large file reports on any machine.
+    medium->setProgressInterval(1);
+    if (folderAtBig)
+        writeFile(path("dest/f05/kept"), "a folder");
+    writeFile(path("dest/f12declined"), "the user's");
+    QStringList announced;
+    QList<quint64> bytesOfBig;
+    connect(
+        medium.get(), &InstallMedia::extractingFile, this, [&](const QString &name) { announced << name; });
+    connect(medium.get(), &InstallMedia::extractedBytes, this, [&](quint64 bytes) {
+        if (announced.last() != QLatin1String("f05"))
+            return;
+        bytesOfBig.append(bytes);
+        if (cancelInBig)
+            throw InstallUserCancelException();
+    });
+    QString failure;
+    try {
+        medium->copyFiles(QStringLiteral("bin"), names, path("dest"));
+    } catch (const InstallUserCancelException &) {
+        failure = QStringLiteral("cancelled");
+    } catch (const HException &e) {
+        failure = e.message();
+    } catch (const InstallException &e) {
+        failure = e.message();
+    }
+
+    QStringList found = filesBelow(path("dest"));
+    found.removeAll(QStringLiteral("f05/kept"));
+    QCOMPARE(found.join(QLatin1Char(' ')), left);
+    QCOMPARE(readAll(path("dest/f12declined")), QByteArray("the user's"));
+    // The announced file is the one whose bytes are written: nothing after f05 when it stops there.
+    QCOMPARE(announced.last(), failure.isEmpty() ? QStringLiteral("f19") : QStringLiteral("f05"));
+    for (const QString &asked : std::as_const(decision.asked))
+        QVERIFY2(failure.isEmpty() || asked.section(QLatin1Char(' '), 0, 0) <= QLatin1String("f05"),
+            qPrintable(asked));
+    QVERIFY2(folderAtBig == failure.contains(QLatin1String("f05")), qPrintable(failure));
+    QCOMPARE(cancelInBig, failure == QLatin1String("cancelled"));
+    // Bytes within the large file rise and stay below its size.
+    QVERIFY(folderAtBig || !bytesOfBig.isEmpty());
+    QVERIFY(std::is_sorted(bytesOfBig.cbegin(), bytesOfBig.cend()));
+    QVERIFY(bytesOfBig.isEmpty() || bytesOfBig.last() <= quint64(128 << 20));
 }
 
 void tst_Media::bodyReadOnce_data()
