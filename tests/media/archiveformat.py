@@ -237,8 +237,9 @@ class Packarchive(unittest.TestCase):
                 with open(archive, "wb") as f:
                     f.write(prefix if append else b"")
                 args = ["create", "-v%d" % version, "--bzip2" if kind else "--zlib", "-%d" % level]
-                offset = int(packarchive(*args + (["--append"] if append else []) + [archive, self.path("tree")])
-                             .stdout or 0)
+                out = packarchive(*args + (["--append"] if append else []) + [archive, self.path("tree")]).stdout
+                # The offset as Setup's --data-offset takes it, in hexadecimal.
+                offset = int(out.partition("--data-offset ")[2].rstrip(")\n") or "0", 16)
                 self.assertEqual(offset, len(prefix) if append else 0)
                 with open(archive, "rb") as f:
                     self.assertEqual(parse(f.read(), offset)[:2], (version, kind))
