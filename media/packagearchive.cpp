@@ -181,6 +181,13 @@ bool wildcardMatch(QStringView pattern, QStringView text)
     return p == pattern.size();
 }
 
+// The table holds a name one byte a character; any other character would be
+// stored as "?".
+bool isLatin1(const QString &name)
+{
+    return std::all_of(name.cbegin(), name.cend(), [](QChar c) { return c.unicode() <= 0xFF; });
+}
+
 bool nameLess(const PackageArchiveData *left, const PackageArchiveData *right)
 {
     return left->name < right->name;
@@ -705,6 +712,10 @@ void PackageArchive::writeBody(const QString &path, quint32 level)
     std::vector<QByteArray> names;
     names.reserve(m_members.size());
     for (const auto &data : m_members) {
+        // Refused before the output is opened, so nothing is written.
+        if (!isLatin1(data->name))
+            throw error("refusing file name outside Latin-1 ",
+                data->storage == PackageArchiveData::OnDisk ? data->sourcePath : data->name);
         names.push_back(data->name.toLatin1());
         if (names.back().size() > (legacy ? LegacyNameSize - 1 : 65535))
             throw error("filename too long");

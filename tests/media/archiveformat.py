@@ -277,16 +277,23 @@ class Packarchive(unittest.TestCase):
                     self.assertEqual((stat.S_IMODE(status.st_mode), int(status.st_mtime)), (mode & 0o777, member.mtime))
 
     def test_failures(self):
+        # A name the table cannot hold, one byte a character.
+        euro = self.path("euro/\u20ac.txt")
+        os.makedirs(os.path.dirname(euro))
+        open(euro, "wb").close()
         for args, expected in (
                 (["list", "/nonexistent/a.pa"], "error: /nonexistent/a.pa does not exist\n"),
                 (["verify", os.path.join(DATA, "corrupt-zlib.pa")], "error: error reading from compressed stream\n"),
                 (["verify", os.path.join(DATA, "short-member-zlib.pa")], "error: big: error reading stream\n"),
                 (["create", "-v1", "--bzip2", "x", "y"], "error: version 1 archives are always zlib\n"),
                 (["extract", os.path.join(DATA, "v2-zlib.pa"), self.path("out"), "nothing"],
-                 "error: no member nothing\n")):
+                 "error: no member nothing\n"),
+                (["create", self.path("euro.pa"), self.path("euro")],
+                 "error: refusing file name outside Latin-1 %s\n" % euro)):
             with self.subTest(args=args):
                 result = packarchive(*args, check=False)
                 self.assertEqual((result.returncode, result.stderr), (1, expected))
+        self.assertFalse(os.path.exists(self.path("euro.pa")))
         self.assertEqual(packarchive("verify", "--offset", "1000", os.path.join(DATA, "embedded-at-1000.bin")).stdout,
                          "ok: 4 members, 15258 bytes\n")
 
