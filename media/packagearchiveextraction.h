@@ -11,9 +11,12 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <initializer_list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 class PackageArchive;
@@ -30,7 +33,9 @@ class PackageArchive;
 // them on together, and a waiting caller is woken for a run of finished
 // files, not for each. Each folder's files go to one writer, the next folder
 // to the next: two writers creating files in one folder would queue on the
-// folder's lock.
+// folder's lock. A member for a file that one still under way also writes is
+// queued once that one is in place, so the later member wins, and without
+// overwrite it is refused, as if they were written one at a time.
 //
 // The caller (the user-interface thread) adds members and takes the finished
 // ones back in the order it added them (reading starts once it waits for one
@@ -77,6 +82,8 @@ public:
 
 private:
     struct Job;
+    // A file to be written: its folder's device and inode, and its name.
+    using Target = std::tuple<dev_t, ino_t, QByteArray>;
     // The window of members added ahead of those taken back: the reader
     // orders what is in it by place in the body.
     static constexpr int MaxPending = 512;
@@ -98,6 +105,12 @@ private:
     QByteArray nextBlock(Job &job);
     void release(qint64 bytes);
     bool windowFull() const;
+    Target targetOf(const std::shared_ptr<HeldFolder> &folder, const QByteArray &name);
+    // Waits, as the caller, for an earlier member under way to the same file.
+    void awaitEarlier(const Target &target);
+    // Waits, as the caller, until each job in turn is written; the reader
+    // goes on with all that was added meanwhile.
+    void awaitWritten(std::initializer_list<const Job *> jobs);
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
@@ -134,4 +147,10 @@ private:
     HeldFolder m_root;
     QString m_lastFolderName;
     std::shared_ptr<HeldFolder> m_lastFolder;
+    // The last member added for each file, while it is pending.
+    std::map<Target, std::shared_ptr<Job>> m_targets;
+    // The folder whose identity was looked up last: members come in runs by folder.
+    std::shared_ptr<HeldFolder> m_identifiedFolder;
+    dev_t m_folderDevice = 0;
+    ino_t m_folderInode = 0;
 };
