@@ -89,6 +89,14 @@ HException error(const char *text, const QString &subject)
     return HException(QString::fromLatin1(text) + subject);
 }
 
+// Names the file and the offset, a wrong one being the usual cause; the
+// offset in hexadecimal, as Setup's --data-offset takes it.
+HException formatError(const QString &path, qint64 startOffset)
+{
+    return HException(QStringLiteral("unsupported package file format in %1 at offset 0x%2")
+                          .arg(path, QString::number(startOffset, 16)));
+}
+
 // Counts the table's cost as it is read; the count is charged up front, so a
 // table announcing millions of members is refused before its first record.
 class TableCost
@@ -173,6 +181,13 @@ bool wildcardMatch(QStringView pattern, QStringView text)
     return p == pattern.size();
 }
 
+// The table holds a name one byte a character; any other character would be
+// stored as "?".
+bool isLatin1(const QString &name)
+{
+    return std::all_of(name.cbegin(), name.cend(), [](QChar c) { return c.unicode() <= 0xFF; });
+}
+
 bool nameLess(const PackageArchiveData *left, const PackageArchiveData *right)
 {
     return left->name < right->name;
@@ -239,14 +254,16 @@ void PackageArchive::clear()
     m_indexed = false;
 }
 
-// A version-1 body starts with the inner magic and the member count.
-void PackageArchive::readInnerHeader(Header &header)
+// A version-1 body starts with the inner magic and the member count; false
+// when the magic is not there.
+bool PackageArchive::readInnerHeader(Header &header)
 {
     uchar inner[8];
     header.stream->read(reinterpret_cast<char *>(inner), 8);
     if (qFromLittleEndian<quint32>(inner) != InnerMagic)
-        throw error("unsupported package file format");
+        return false;
     header.count = qFromLittleEndian<quint32>(inner + 4);
+    return true;
 }
 
 PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 startOffset)
@@ -260,13 +277,13 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
     if (!file)
         throw error("cannot read ", path);
     if (startOffset != 0 && ::fseeko(file.get(), off_t(startOffset), SEEK_SET) != 0)
-        throw error("unsupported package file format");
+        throw formatError(path, startOffset);
     beginRead(file.get());
 
     Header header;
     uchar head[HeaderSize];
     if (std::fread(head, 1, HeaderSize, file.get()) != size_t(HeaderSize))
-        throw error("unsupported package file format");
+        throw formatError(path, startOffset);
 
     const quint32 magic = qFromLittleEndian<quint32>(head);
     if (magic == Magic) {
@@ -275,22 +292,23 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
         header.stream = createInputFile(header.compression, file.release());
         const quint32 version = field & 0x0FFF;
         if (version != 1 && version != 2)
-            throw error("unsupported package file format");
+            throw formatError(path, startOffset);
         header.version = version;
-        if (version == 1)
-            readInnerHeader(header);
+        if (version == 1 && !readInnerHeader(header))
+            throw formatError(path, startOffset);
     } else if (magic == LegacyMagic) {
         if (::fseeko(file.get(), off_t(startOffset + LegacyHeaderSize), SEEK_SET) != 0)
-            throw error("unsupported package file format");
+            throw formatError(path, startOffset);
         header.stream = createInputFile(0, file.release());
         header.version = 1;
-        readInnerHeader(header);
+        if (!readInnerHeader(header))
+            throw formatError(path, startOffset);
     } else if (magic == InnerMagic) {
         header.stream = std::make_unique<PackageArchiveIOFile>(file.release());
         header.version = 1;
         header.count = qFromLittleEndian<quint32>(head + 4);
     } else {
-        throw error("unsupported package file format");
+        throw formatError(path, startOffset);
     }
 
     if (header.version == 2) {
@@ -694,6 +712,10 @@ void PackageArchive::writeBody(const QString &path, quint32 level)
     std::vector<QByteArray> names;
     names.reserve(m_members.size());
     for (const auto &data : m_members) {
+        // Refused before the output is opened, so nothing is written.
+        if (!isLatin1(data->name))
+            throw error("refusing file name outside Latin-1 ",
+                data->storage == PackageArchiveData::OnDisk ? data->sourcePath : data->name);
         names.push_back(data->name.toLatin1());
         if (names.back().size() > (legacy ? LegacyNameSize - 1 : 65535))
             throw error("filename too long");

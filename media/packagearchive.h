@@ -105,7 +105,7 @@ private:
     friend class PackageArchiveExtraction;
     struct Header;
     Header readHeader(const QString &path, qint64 startOffset);
-    static void readInnerHeader(Header &header);
+    static bool readInnerHeader(Header &header);
     void readTable(const QString &path, qint64 startOffset, quint32 flags);
     void clear();
     PackageArchiveData *appendMember(std::unique_ptr<PackageArchiveData> member);

@@ -44,6 +44,7 @@ struct PackageArchiveExtraction::Job
     std::shared_ptr<HeldFolder> folder;
     QByteArray name;
     QString path;
+    Target target;
     Writer *writer = nullptr;
     // Filled by the reader, emptied by the writer.
     std::deque<QByteArray> blocks;
@@ -143,6 +144,8 @@ void PackageArchiveExtraction::addIn(const PackageArchiveFile &member,
     job->folder = folder;
     job->name = QFile::encodeName(name);
     job->path = path;
+    job->target = targetOf(folder, job->name);
+    awaitEarlier(job->target);
     struct stat status;
     if (!overwrite && ::fstatat(folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0)
         throw HException(QStringLiteral("cannot overwrite file ") + path);
@@ -153,6 +156,7 @@ void PackageArchiveExtraction::addIn(const PackageArchiveFile &member,
     }
     m_writerBytes += member.size();
     job->writer = &m_writers[size_t(m_writerIndex)];
+    m_targets[job->target] = job;
     m_reports.push_back(job);
     bool wake = false;
     {
@@ -172,6 +176,51 @@ bool PackageArchiveExtraction::windowFull() const
     return m_pendingCount >= MaxPending || m_pendingBytes >= MaxPendingBytes;
 }
 
+PackageArchiveExtraction::Target PackageArchiveExtraction::targetOf(
+    const std::shared_ptr<HeldFolder> &folder, const QByteArray &name)
+{
+    // By identity, not by path: "a/x" and "a/./x" are one file. A folder that
+    // cannot be looked at counts as any other such: that only costs a wait.
+    if (folder != m_identifiedFolder) {
+        struct stat status;
+        const bool known = ::fstat(folder->fd(), &status) == 0;
+        m_identifiedFolder = folder;
+        m_folderDevice = known ? status.st_dev : 0;
+        m_folderInode = known ? status.st_ino : 0;
+    }
+    return Target(m_folderDevice, m_folderInode, name);
+}
+
+void PackageArchiveExtraction::awaitEarlier(const Target &target)
+{
+    // The writers take members in body order, not in the order they were
+    // added, and two writers may hold one file's members.
+    const auto found = m_targets.find(target);
+    if (found != m_targets.end() && !found->second->written)
+        awaitWritten({ found->second.get() });
+}
+
+void PackageArchiveExtraction::awaitWritten(std::initializer_list<const Job *> jobs, int milliseconds)
+{
+    const auto deadline
+        = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(milliseconds, 0));
+    std::unique_lock<std::mutex> lock(m_mutex);
+    ++m_callerWaiting;
+    m_readerWake.notify_one();
+    for (const Job *awaited : jobs) {
+        m_awaited = awaited;
+        const auto isWritten = [awaited] {
+            return awaited->written.load();
+        };
+        if (milliseconds < 0)
+            m_doneWake.wait(lock, isWritten);
+        else if (!m_doneWake.wait_until(lock, deadline, isWritten))
+            break;
+    }
+    m_awaited = nullptr;
+    --m_callerWaiting;
+}
+
 bool PackageArchiveExtraction::nextReady()
 {
     return !m_reports.empty() && m_reports.front()->written;
@@ -185,18 +234,8 @@ bool PackageArchiveExtraction::waitForNext(int milliseconds)
     // A caller that waits has added all it can for now: the reader may go on
     // with what is there. It waits for a run of files, so that it is woken
     // once for them rather than once each.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     const Job *later = m_reports[std::min(m_reports.size(), size_t(TakeAhead)) - 1].get();
-    std::unique_lock<std::mutex> lock(m_mutex);
-    ++m_callerWaiting;
-    m_readerWake.notify_one();
-    for (const Job *awaited : { later, static_cast<const Job *>(job.get()) }) {
-        m_awaited = awaited;
-        if (!m_doneWake.wait_until(lock, deadline, [awaited] { return awaited->written.load(); }))
-            break;
-    }
-    m_awaited = nullptr;
-    --m_callerWaiting;
+    awaitWritten({ later, job.get() }, milliseconds);
     return job->written;
 }
 
@@ -207,9 +246,12 @@ qint64 PackageArchiveExtraction::nextBytesWritten() const
 
 PackageArchiveFile PackageArchiveExtraction::takeNext()
 {
-    while (!waitForNext(1000)) { }
+    waitForNext(-1);
     const std::shared_ptr<Job> job = m_reports.front();
     m_reports.pop_front();
+    const auto target = m_targets.find(job->target);
+    if (target != m_targets.end() && target->second == job)
+        m_targets.erase(target);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         --m_pendingCount;

@@ -11,9 +11,12 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <initializer_list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 class PackageArchive;
@@ -30,7 +33,9 @@ class PackageArchive;
 // them on together, and a waiting caller is woken for a run of finished
 // files, not for each. Each folder's files go to one writer, the next folder
 // to the next: two writers creating files in one folder would queue on the
-// folder's lock.
+// folder's lock. A member for a file that one still under way also writes is
+// queued once that one is in place, so the later member wins, and without
+// overwrite it is refused, as if they were written one at a time.
 //
 // The caller (the user-interface thread) adds members and takes the finished
 // ones back in the order it added them (reading starts once it waits for one
@@ -71,8 +76,8 @@ public:
     bool full() const { return pending() >= MaxPending || m_pendingBytes >= MaxPendingBytes; }
     // The oldest pending member is written (or has failed), so taking it will not wait.
     bool nextReady();
-    // Waits at most milliseconds for the oldest pending member to be written
-    // (or to fail); true once it is.
+    // Waits at most milliseconds (without end when negative) for the oldest
+    // pending member to be written or to fail; true once it is.
     bool waitForNext(int milliseconds);
     // How many bytes of the oldest pending member are written so far.
     qint64 nextBytesWritten() const;
@@ -84,6 +89,8 @@ public:
 
 private:
     struct Job;
+    // A file to be written: its folder's device and inode, and its name.
+    using Target = std::tuple<dev_t, ino_t, QByteArray>;
     // The window of members added ahead of those taken back: the reader
     // orders what is in it by place in the body.
     static constexpr int MaxPending = 512;
@@ -106,6 +113,13 @@ private:
     void release(qint64 bytes);
     bool windowFull() const;
     void removeUntaken();
+    Target targetOf(const std::shared_ptr<HeldFolder> &folder, const QByteArray &name);
+    // Waits, as the caller, for an earlier member under way to the same file.
+    void awaitEarlier(const Target &target);
+    // Waits, as the caller, until each job in turn is written, at most
+    // milliseconds unless that is negative. The reader
+    // goes on with all that was added meanwhile.
+    void awaitWritten(std::initializer_list<const Job *> jobs, int milliseconds = -1);
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
@@ -142,4 +156,10 @@ private:
     HeldFolder m_root;
     QString m_lastFolderName;
     std::shared_ptr<HeldFolder> m_lastFolder;
+    // The last member added for each file, while it is pending.
+    std::map<Target, std::shared_ptr<Job>> m_targets;
+    // The folder whose identity was looked up last: members come in runs by folder.
+    std::shared_ptr<HeldFolder> m_identifiedFolder;
+    dev_t m_folderDevice = 0;
+    ino_t m_folderInode = 0;
 };

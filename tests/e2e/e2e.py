@@ -42,6 +42,8 @@ BUSY = "error: another installer of this product is already running\n"
 CANCELLED = "error: Installation has been cancelled by user.\n"
 QUESTION = "Do you accept the agreement? [yes/no] "
 WINDOW_TITLE = "Tamrin Calvra for ARM 5.50a Setup"
+# An archive 1000 (0x3e8) bytes into its file.
+EMBEDDED = os.path.join(archiveformat.DATA, "embedded-at-1000.bin")
 NO_WINDOW = "error: Cannot open the installer window: no display could be opened. Run Setup with --silent"
 HELP_PAGE = (
     "Options:\n"
@@ -263,6 +265,9 @@ class Cli(Case):
                                       False, 1, NO_WINDOW + "..."),
         "missing data file": (["--copy-files-to", "/tmp/x", "--accept-license", "--data-file", "/nonexistent"],
                               b"", {}, False, 1, "error: /nonexistent does not exist\n"),
+        "wrong data offset": (["--copy-files-to", "/tmp/x", "--accept-license", "--data-file", EMBEDDED,
+                               "--data-offset", "3e7"], b"", {}, False, 1,
+                              "error: unsupported package file format in %s at offset 0x3e7\n" % EMBEDDED),
         "licence refused on the pipe": (["--copy-files-to", "/tmp/refused"], b"y\nnope\nNO\n", {}, False, 1,
                                         "error: License agreement not accepted\n"),
         "licence at the end of input": (["--silent", "--user-mode-install"], b"", {}, False, 1,

@@ -237,8 +237,9 @@ class Packarchive(unittest.TestCase):
                 with open(archive, "wb") as f:
                     f.write(prefix if append else b"")
                 args = ["create", "-v%d" % version, "--bzip2" if kind else "--zlib", "-%d" % level]
-                offset = int(packarchive(*args + (["--append"] if append else []) + [archive, self.path("tree")])
-                             .stdout or 0)
+                out = packarchive(*args + (["--append"] if append else []) + [archive, self.path("tree")]).stdout
+                # The offset as Setup's --data-offset takes it, in hexadecimal.
+                offset = int(out.partition("--data-offset ")[2].rstrip(")\n") or "0", 16)
                 self.assertEqual(offset, len(prefix) if append else 0)
                 with open(archive, "rb") as f:
                     self.assertEqual(parse(f.read(), offset)[:2], (version, kind))
@@ -276,16 +277,35 @@ class Packarchive(unittest.TestCase):
                     self.assertEqual((stat.S_IMODE(status.st_mode), int(status.st_mtime)), (mode & 0o777, member.mtime))
 
     def test_failures(self):
+        # A name the table cannot hold, one byte a character.
+        euro = self.path("euro/\u20ac.txt")
+        os.makedirs(os.path.dirname(euro))
+        open(euro, "wb").close()
+        # Two members named "x", the later one's bytes first in the body.
+        body = bytearray(body_v2([Member("x", b"later", 0o100644, 0), Member("x", b"first", 0o100644, 0)]))
+        body[20:58] = body[39:58] + body[20:39]
+        twice = self.path("twice.pa")
+        with open(twice, "wb") as f:
+            f.write(struct.pack("<IHH", MAGIC, 2, 0) + zlib.compress(bytes(body)))
         for args, expected in (
                 (["list", "/nonexistent/a.pa"], "error: /nonexistent/a.pa does not exist\n"),
                 (["verify", os.path.join(DATA, "corrupt-zlib.pa")], "error: error reading from compressed stream\n"),
                 (["verify", os.path.join(DATA, "short-member-zlib.pa")], "error: big: error reading stream\n"),
                 (["create", "-v1", "--bzip2", "x", "y"], "error: version 1 archives are always zlib\n"),
                 (["extract", os.path.join(DATA, "v2-zlib.pa"), self.path("out"), "nothing"],
-                 "error: no member nothing\n")):
+                 "error: no member nothing\n"),
+                (["create", self.path("euro.pa"), self.path("euro")],
+                 "error: refusing file name outside Latin-1 %s\n" % euro),
+                (["extract", twice, self.path("twice")], "error: cannot overwrite file %s/x\n" % self.path("twice"))):
             with self.subTest(args=args):
                 result = packarchive(*args, check=False)
                 self.assertEqual((result.returncode, result.stderr), (1, expected))
+        self.assertFalse(os.path.exists(self.path("euro.pa")))
+        # The earlier member is kept without --overwrite, the later one wins with it.
+        packarchive("extract", "--overwrite", twice, self.path("over"))
+        for folder, data in (("twice", b"first"), ("over", b"later")):
+            with open(self.path(folder + "/x"), "rb") as f:
+                self.assertEqual(f.read(), data, folder)
         self.assertEqual(packarchive("verify", "--offset", "1000", os.path.join(DATA, "embedded-at-1000.bin")).stdout,
                          "ok: 4 members, 15258 bytes\n")
 

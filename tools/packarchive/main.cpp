@@ -28,7 +28,8 @@ const char HelpText[] = "Usage: packarchive <command> [options] ...\n"
                         "        --zlib, --bzip2   compression (default zlib)\n"
                         "        -0 ... -9         compression level (default 7; bzip2 needs 1 to 9)\n"
                         "        --append          keep ARCHIVE's bytes and write the archive behind\n"
-                        "                          them; prints the offset at which it starts\n"
+                        "                          them; prints the offset at which it starts,\n"
+                        "                          in hexadecimal as Setup's --data-offset takes it\n"
                         "  list [--offset N] ARCHIVE\n"
                         "      One line per member: mode (octal), size, time (UTC), name.\n"
                         "  extract [--offset N] [--overwrite] ARCHIVE FOLDER [MEMBER...]\n"
@@ -153,7 +154,10 @@ int create(QStringList arguments)
             QFile::remove(output);
             fail(QStringLiteral("cannot replace ") + path);
         }
-        std::printf("%lld\n", static_cast<long long>(offset));
+        // In hexadecimal, as Setup's --data-offset takes it; the 0x form is
+        // what --offset here takes.
+        std::printf("archive starts at offset 0x%llx (give Setup --data-offset %llx)\n",
+            static_cast<unsigned long long>(offset), static_cast<unsigned long long>(offset));
     }
     return 0;
 }
