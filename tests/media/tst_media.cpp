@@ -154,16 +154,14 @@ protected:
     }
 };
 
-// Members "bin/fNNN": with large, mostly a few hundred bytes and every tenth a
-// few megabytes; else tens of kilobytes each, ten megabytes in all.
-QString writeArchive(const QString &folder, quint32 compression, int count, bool large)
+// Members "bin/fNNN" of tens of kilobytes each.
+QString writeArchive(const QString &folder, quint32 compression, int count)
 {
     PackageArchive archive;
     archive.setCompression(compression);
     for (int i = 0; i < count; ++i) {
-        const qsizetype size = !large ? 20000 + i * 997 : i % 10 == 3 ? (3 << 20) + i : 100 + i * 137;
-        archive.addData(
-            sample(size, quint32(i)), 0640, QStringLiteral("bin/f%1").arg(i, 3, 10, QLatin1Char('0')));
+        archive.addData(sample(20000 + i * 997, quint32(i)), 0640,
+            QStringLiteral("bin/f%1").arg(i, 3, 10, QLatin1Char('0')));
     }
     const QString path = folder + QStringLiteral("/archive.pa");
     archive.save(path, compression == 1 ? 1 : 6);
@@ -239,8 +237,6 @@ private slots:
     void refusedTargets();
     void media_data();
     void media();
-    void extraction_data();
-    void extraction();
     void oneByOne_data();
     void oneByOne();
     void bodyReadOnce_data();
@@ -604,100 +600,40 @@ void tst_Media::media()
     QCOMPARE(filesBelow(path("outside")), QStringList());
 }
 
-void tst_Media::extraction_data()
-{
-    QTest::addColumn<quint32>("compression");
-    QTest::addColumn<int>("cancelAt"); // -1: never
-    QTest::newRow("zlib") << 0u << -1;
-    QTest::newRow("bzip2") << 1u << -1;
-    QTest::newRow("zlib, cancelled after a large file") << 0u << 14;
-    QTest::newRow("bzip2, cancelled early") << 1u << 4;
-}
-
-void tst_Media::extraction()
-{
-    QFETCH(quint32, compression);
-    QFETCH(int, cancelAt);
-    const int count = 40;
-    PackageArchiveInstallMedia medium(writeArchive(m_dir->path(), compression, count, true), 0);
-    Decision decision;
-    medium.setOverwriteDecision(&decision);
-    const QString destination = path("dest");
-    quint64 total = 0;
-    const QStringList names = medium.list(QStringLiteral("bin"), total);
-    QStringList events;
-    QList<QThread *> threads;
-    connect(&medium, &InstallMedia::extractingFile, this, [&](const QString &name) {
-        threads.append(QThread::currentThread());
-        // Cancel as the progress page does: from a report, on this thread.
-        if (name == QStringLiteral("f%1").arg(cancelAt, 3, 10, QLatin1Char('0')))
-            throw InstallUserCancelException();
-        events.append(name);
-    });
-    connect(&medium, &InstallMedia::extractedFile, this, [&](quint64 size) {
-        threads.append(QThread::currentThread());
-        // Reports come in list order, each after its announcement, each file
-        // whole under its name by then.
-        const QString name = names.at(events.filter(QStringLiteral("done ")).size());
-        QVERIFY(events.contains(name));
-        QCOMPARE(readAll(destination + "/" + name), sample(qsizetype(size), name.mid(1).toUInt()));
-        events.append(QStringLiteral("done ") + name);
-    });
-    bool cancelled = false;
-    try {
-        medium.copyFiles(QStringLiteral("bin"), names, destination);
-    } catch (const InstallUserCancelException &) {
-        cancelled = true;
-    }
-    QCOMPARE(cancelled, cancelAt >= 0);
-    QVERIFY(std::all_of(threads.cbegin(), threads.cend(), [this](QThread *t) { return t == thread(); }));
-    QVERIFY(std::all_of(
-        decision.threads.cbegin(), decision.threads.cend(), [this](QThread *t) { return t == thread(); }));
-    // Whatever is there is whole, under its own name; no temporary file is left.
-    const QStringList found = filesBelow(destination);
-    QCOMPARE(found, cancelled ? found : names);
-    for (const QString &name : found) {
-        const int index = name.mid(1).toInt();
-        QVERIFY2(!cancelled || index < cancelAt, qPrintable(name));
-        QVERIFY2(readAll(destination + "/" + name)
-                == sample(QFileInfo(destination + "/" + name).size(), quint32(index)),
-            qPrintable(name));
-    }
-    if (!cancelled)
-        QCOMPARE(events.size(), 2 * count);
-}
-
 void tst_Media::oneByOne_data()
 {
     // Files f00 to f19, f05 of 16 or 128 MiB: the medium must report bytes
-    // within it. In the destination, a folder stands at f05's name or a user's file
-    // at f12declined's.
-    QTest::addColumn<bool>("archive");
+    // within it. In the destination, a folder stands at f05's name or a
+    // user's file at f12declined's.
+    QTest::addColumn<int>("compression"); // -1: a folder medium
     QTest::addColumn<bool>("folderAtBig"); // f05 cannot be written
     QTest::addColumn<bool>("cancelInBig"); // Cancel from the first bytes reported within f05
     QTest::addColumn<QString>("left"); // the files in the destination afterwards
     const QString first = QStringLiteral("f00 f01 f02 f03 f04");
     const QString all
         = first + QStringLiteral(" f05 f06 f07 f08 f09 f10 f11 f12declined f13 f14 f15 f16 f17 f18 f19");
-    for (const bool archive : { false, true }) {
-        const char *medium = archive ? "archive" : "folder";
+    for (const int compression : { -1, 0 }) {
+        const char *medium = compression < 0 ? "folder" : "zlib archive";
         // Nothing is written or asked about after the failed file.
-        QTest::addRow("%s, failed file", medium) << archive << true << false << first + " f12declined";
+        QTest::addRow("%s, failed file", medium) << compression << true << false << first + " f12declined";
         QTest::addRow("%s, cancelled within a file", medium)
-            << archive << false << true << first + " f12declined";
-        QTest::addRow("%s, whole", medium) << archive << false << false << all;
+            << compression << false << true << first + " f12declined";
+        QTest::addRow("%s, whole", medium) << compression << false << false << all;
     }
+    QTest::newRow("bzip2 archive, whole") << 1 << false << false << all;
 }
 
 void tst_Media::oneByOne()
 {
-    QFETCH(bool, archive);
+    QFETCH(int, compression);
     QFETCH(bool, folderAtBig);
     QFETCH(bool, cancelInBig);
     QFETCH(QString, left);
     QStringList names;
     std::unique_ptr<InstallMedia> medium;
+    const bool archive = compression >= 0;
     PackageArchive writer;
+    writer.setCompression(quint32(std::max(compression, 0)));
     for (int i = 0; i < 20; ++i) {
         // The decision declines to replace f12declined.
         names.append(QStringLiteral("f%1").arg(i, 2, 10, QLatin1Char('0')) + (i == 12 ? "declined" : ""));
@@ -723,9 +659,22 @@ void tst_Media::oneByOne()
         writeFile(path("dest/f05/kept"), "a folder");
     writeFile(path("dest/f12declined"), "the user's");
     QStringList announced;
+    QStringList reported;
     QList<quint64> bytesOfBig;
-    connect(
-        medium.get(), &InstallMedia::extractingFile, this, [&](const QString &name) { announced << name; });
+    // Every report on this thread; each file reported in order, after its
+    // announcement, whole under its name by then.
+    connect(medium.get(), &InstallMedia::extractingFile, this, [&](const QString &name) {
+        QCOMPARE(QThread::currentThread(), thread());
+        announced << name;
+    });
+    connect(medium.get(), &InstallMedia::extractedFile, this, [&](quint64 size) {
+        QCOMPARE(QThread::currentThread(), thread());
+        const QString name = announced.last();
+        QVERIFY(reported.isEmpty() || reported.last() < name);
+        if (name != QLatin1String("f05"))
+            QCOMPARE(readAll(path("dest/") + name), sample(qsizetype(size), name.mid(1, 2).toUInt()));
+        reported << name;
+    });
     connect(medium.get(), &InstallMedia::extractedBytes, this, [&](quint64 bytes) {
         if (announced.last() != QLatin1String("f05"))
             return;
@@ -750,6 +699,7 @@ void tst_Media::oneByOne()
     QCOMPARE(readAll(path("dest/f12declined")), QByteArray("the user's"));
     // The announced file is the one whose bytes are written: nothing after f05 when it stops there.
     QCOMPARE(announced.last(), failure.isEmpty() ? QStringLiteral("f19") : QStringLiteral("f05"));
+    QCOMPARE(decision.threads.count(thread()), decision.threads.size());
     for (const QString &asked : std::as_const(decision.asked))
         QVERIFY2(failure.isEmpty() || asked.section(QLatin1Char(' '), 0, 0) <= QLatin1String("f05"),
             qPrintable(asked));
@@ -786,7 +736,7 @@ void tst_Media::bodyReadOnce()
     if (room > 0 && m_smallFolder.isEmpty())
         QSKIP("a small temporary folder needs root");
     const int count = 120;
-    const QString file = writeArchive(m_dir->path(), compression, count, false);
+    const QString file = writeArchive(m_dir->path(), compression, count);
     const QByteArray temporaryFolder = qgetenv("TMPDIR");
     // A file is no folder to make a temporary file in.
     qputenv("TMPDIR", QFile::encodeName(room < 0 ? file : room > 0 ? m_smallFolder : m_dir->path()));
