@@ -38,6 +38,7 @@ ClassicInstallWizard::ClassicInstallWizard(const QPixmap &headerImage, QWidget *
     headerLayout->setContentsMargins(2, 2, 2, 2);
     // The frame keeps its 2 pixels; the label's own margin and indent line the
     // title up with the page bodies below.
+    m_headerLabel->setObjectName(QStringLiteral("headerText"));
     m_headerLabel->setMinimumWidth(400);
     m_headerLabel->setMargin(4);
     m_headerLabel->setIndent(9);
@@ -100,8 +101,11 @@ void ClassicInstallWizard::updateDialog()
     InstallWizardDialog *page = currentPage();
     if (!page)
         return;
+    // An empty paragraph takes no line: the title would move down to the middle.
+    const QString description
+        = page->description().isEmpty() ? QStringLiteral("&nbsp;") : page->description();
     m_headerLabel->setText(expandMacros(QStringLiteral("<b>") + page->title() + QStringLiteral("</b><p>")
-        + page->description() + QStringLiteral("</p>")));
+        + description + QStringLiteral("</p>")));
     const quint32 flags = page->flags();
     m_backButton->setText(page->backLabel());
     m_backButton->setEnabled(!(flags & InstallWizardDialog::BackDisabled));

@@ -399,6 +399,10 @@ void tst_Wizard::window()
         }
     }
     QList<int> shown { wizard.currentPageId() };
+    // The header's title stays in place, whether a page has a description or not.
+    QSet<int> headerHeights;
+    const auto *header = wizard.window()->findChild<QLabel *>(QStringLiteral("headerText"));
+    QVERIFY(header);
     bool wentBack = false;
     if (cancelAnswer) {
         QString question;
@@ -421,7 +425,9 @@ void tst_Wizard::window()
         wentBack = wentBack || back;
         press(back ? "Back" : "Next");
         shown.append(wizard.currentPageId());
+        headerHeights.insert(header->sizeHint().height());
     }
+    QVERIFY2(headerHeights.size() <= 1, qPrintable(QString::number(headerHeights.size())));
     QCOMPARE(shown, pages);
     QCOMPARE(done.join(QLatin1Char(',')), log);
     if (outcome.isEmpty())
