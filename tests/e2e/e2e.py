@@ -463,14 +463,6 @@ class Install(Case):
         self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
         self.assertFalse(os.path.exists(self.destination))
 
-    def test_licence_asked_on_the_console(self):
-        code, out, err = self.run_setup(["--silent", "--destination", self.destination], stdin=b"no\n")
-        self.assertEqual((code, err), (1, "error: License agreement not accepted\n"))
-        self.assertFalse(os.path.exists(self.destination))
-        code, out, err = self.run_setup(["--silent", "--destination", self.destination], stdin=b"yes\n")
-        self.assertEqual((code, err), (0, ""))
-        self.assertIn("License agreement accepted\n", out)
-
     def test_user_mode_as_nobody_installs_and_removes_its_own(self):
         os.chown(self.home, NOBODY, NOBODY)
         code, out, err = self.run_setup(["--silent", "--accept-license", "--user-mode-install"], prefix=AS_NOBODY)
