@@ -94,8 +94,10 @@ void FileStoreInstallMedia::copyFiles(
 {
     TargetFolders folders(destinationFolder);
     QElapsedTimer sinceProgress;
+    qint64 reported = 0;
     const auto written = [&](qint64 bytes) {
-        if (sinceProgress.hasExpired(progressInterval())) {
+        if (sinceProgress.hasExpired(ProgressInterval) || bytes / ProgressBytes != reported / ProgressBytes) {
+            reported = bytes;
             emit extractedBytes(quint64(bytes));
             sinceProgress.start();
         }
@@ -115,6 +117,7 @@ void FileStoreInstallMedia::copyFiles(
         if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
         sinceProgress.start();
+        reported = 0;
         if (!FileUtils::copyFile(source, *folder, TargetFolders::fileName(name), written))
             throw InstallException(failure);
         emit extractedFile(quint64(status.st_size));

@@ -16,8 +16,8 @@ class InstallOverwriteDecision;
 // extractingFile (its name) and, once written, by extractedFile (its size in
 // bytes; listeners that want a running total keep it themselves). While a
 // long file is written, extractedBytes tells how much of it is, every
-// progressInterval() milliseconds: progress moves within the file and a stop
-// the user asked for takes effect there. Owned by the installer application;
+// ProgressInterval milliseconds and every ProgressBytes: progress moves within
+// the file and a stop the user asked for takes effect there. Owned by the installer application;
 // used on the user-interface thread.
 class InstallMedia : public QObject
 {
@@ -45,9 +45,10 @@ public:
     void setOverwriteDecision(InstallOverwriteDecision *decision) { m_decision = decision; }
     InstallOverwriteDecision *overwriteDecision() const { return m_decision; }
 
-    // Often enough for a window to answer input at once.
-    int progressInterval() const { return m_progressInterval; }
-    void setProgressInterval(int milliseconds) { m_progressInterval = milliseconds; }
+    // Often enough for a window to answer input at once, and for the bar to
+    // move on a fast disk too.
+    static constexpr int ProgressInterval = 50;
+    static constexpr qint64 ProgressBytes = qint64(16) << 20;
 
 signals:
     void extractingFile(const QString &filename);
@@ -87,5 +88,4 @@ protected:
 
 private:
     InstallOverwriteDecision *m_decision = nullptr;
-    int m_progressInterval = 50;
 };

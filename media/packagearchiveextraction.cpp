@@ -200,24 +200,34 @@ void PackageArchiveExtraction::awaitEarlier(const Target &target)
         awaitWritten({ found->second.get() });
 }
 
-void PackageArchiveExtraction::awaitWritten(std::initializer_list<const Job *> jobs, int milliseconds)
+void PackageArchiveExtraction::awaitWritten(
+    std::initializer_list<const Job *> jobs, int milliseconds, const Job *watched, qint64 step)
 {
     const auto deadline
         = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(milliseconds, 0));
+    const qint64 mark = watched && step > 0 ? (watched->bytesWritten / step + 1) * step : 0;
     std::unique_lock<std::mutex> lock(m_mutex);
     ++m_callerWaiting;
     m_readerWake.notify_one();
+    m_watchedStep = step;
+    m_watched = mark > 0 ? watched : nullptr;
+    const auto progressed = [watched, mark] {
+        return mark > 0 && watched->bytesWritten >= mark;
+    };
     for (const Job *awaited : jobs) {
         m_awaited = awaited;
-        const auto isWritten = [awaited] {
-            return awaited->written.load();
+        const auto done = [awaited, &progressed] {
+            return awaited->written.load() || progressed();
         };
         if (milliseconds < 0)
-            m_doneWake.wait(lock, isWritten);
-        else if (!m_doneWake.wait_until(lock, deadline, isWritten))
+            m_doneWake.wait(lock, done);
+        else if (!m_doneWake.wait_until(lock, deadline, done))
+            break;
+        if (progressed())
             break;
     }
     m_awaited = nullptr;
+    m_watched = nullptr;
     --m_callerWaiting;
 }
 
@@ -226,7 +236,7 @@ bool PackageArchiveExtraction::nextReady()
     return !m_reports.empty() && m_reports.front()->written;
 }
 
-bool PackageArchiveExtraction::waitForNext(int milliseconds)
+bool PackageArchiveExtraction::waitForNext(int milliseconds, qint64 step)
 {
     const std::shared_ptr<Job> job = m_reports.front();
     if (job->written)
@@ -235,7 +245,7 @@ bool PackageArchiveExtraction::waitForNext(int milliseconds)
     // with what is there. It waits for a run of files, so that it is woken
     // once for them rather than once each.
     const Job *later = m_reports[std::min(m_reports.size(), size_t(TakeAhead)) - 1].get();
-    awaitWritten({ later, job.get() }, milliseconds);
+    awaitWritten({ later, job.get() }, milliseconds, job.get(), step);
     return job->written;
 }
 
@@ -439,6 +449,17 @@ void PackageArchiveExtraction::writeLoop(Writer &writer)
     }
 }
 
+void PackageArchiveExtraction::reportWritten(Job &job, qint64 bytes)
+{
+    const qint64 total = job.bytesWritten += bytes;
+    // Only a step of the file the caller watches wakes it.
+    if (m_watched.load() != &job)
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_watchedStep > 0 && (total - bytes) / m_watchedStep != total / m_watchedStep)
+        m_doneWake.notify_one();
+}
+
 void PackageArchiveExtraction::writeJob(Job &job)
 {
     // A member read whole has all its bytes here already, counted once.
@@ -459,7 +480,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
         for (const QByteArray &block : job.blocks) {
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
-            job.bytesWritten += block.size();
+            reportWritten(job, block.size());
         }
         job.blocks.clear();
         release(job.blockBytes);
@@ -473,7 +494,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
             }
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
-            job.bytesWritten += block.size();
+            reportWritten(job, block.size());
         }
     }
     if (!file.isOpen() || !complete || !job.writeError.isEmpty() || !job.readError.isEmpty())

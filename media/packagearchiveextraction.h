@@ -77,8 +77,9 @@ public:
     // The oldest pending member is written (or has failed), so taking it will not wait.
     bool nextReady();
     // Waits at most milliseconds (without end when negative) for the oldest
-    // pending member to be written or to fail; true once it is.
-    bool waitForNext(int milliseconds);
+    // pending member to be written or to fail, true once it is; with step,
+    // returns early once another multiple of step bytes of it is written.
+    bool waitForNext(int milliseconds, qint64 step = 0);
     // How many bytes of the oldest pending member are written so far.
     qint64 nextBytesWritten() const;
     // Waits for the oldest pending member and returns it; throws HException
@@ -108,6 +109,7 @@ private:
     // Hands read jobs to their writers, once there is room for their bytes.
     bool handOn(std::vector<std::shared_ptr<Job>> &jobs, qint64 bytes);
     void writeJob(Job &job);
+    void reportWritten(Job &job, qint64 bytes);
     // Waits for the job's next block; empty when it has no more.
     QByteArray nextBlock(Job &job);
     void release(qint64 bytes);
@@ -117,9 +119,11 @@ private:
     // Waits, as the caller, for an earlier member under way to the same file.
     void awaitEarlier(const Target &target);
     // Waits, as the caller, until each job in turn is written, at most
-    // milliseconds unless that is negative. The reader
-    // goes on with all that was added meanwhile.
-    void awaitWritten(std::initializer_list<const Job *> jobs, int milliseconds = -1);
+    // milliseconds unless that is negative, or until watched has another
+    // multiple of step bytes written. The reader goes on with all that was
+    // added meanwhile.
+    void awaitWritten(std::initializer_list<const Job *> jobs, int milliseconds = -1,
+        const Job *watched = nullptr, qint64 step = 0);
 
     PackageArchive &m_archive;
     std::mutex m_mutex;
@@ -141,6 +145,9 @@ private:
     int m_callerWaiting = 0;
     // The file the caller waits for; a writer wakes it for that one only.
     std::atomic<const Job *> m_awaited { nullptr };
+    // The file whose progress the caller waits for, every m_watchedStep bytes.
+    std::atomic<const Job *> m_watched { nullptr };
+    qint64 m_watchedStep = 0;
     // Which writer takes the files of the folder added last, and how much
     // it has been given since it started on that folder.
     const HeldFolder *m_writerFolder = nullptr;

@@ -49,7 +49,7 @@ void PackageArchiveInstallMedia::copyFiles(
     PackageArchiveExtraction extraction(m_archive);
     std::deque<QString> pending; // the first one is announced
     const auto takeOne = [&] {
-        while (!extraction.waitForNext(progressInterval()))
+        while (!extraction.waitForNext(ProgressInterval, ProgressBytes))
             emit extractedBytes(quint64(extraction.nextBytesWritten()));
         const quint64 size = extraction.takeNext().size();
         pending.pop_front();

@@ -653,8 +653,6 @@ void tst_Media::oneByOne()
     }
     Decision decision;
     medium->setOverwriteDecision(&decision);
-    // Often enough that the large file reports on any machine.
-    medium->setProgressInterval(1);
     if (folderAtBig)
         writeFile(path("dest/f05/kept"), "a folder");
     writeFile(path("dest/f12declined"), "the user's");
