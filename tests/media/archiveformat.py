@@ -236,11 +236,14 @@ class Packarchive(unittest.TestCase):
                 archive = self.path("out-%d-%d-%d.pa" % (version, kind, level))
                 with open(archive, "wb") as f:
                     f.write(prefix if append else b"")
+                os.chmod(archive, 0o750)  # a data file may be a program: appending keeps its mode
                 args = ["create", "-v%d" % version, "--bzip2" if kind else "--zlib", "-%d" % level]
                 out = packarchive(*args + (["--append"] if append else []) + [archive, self.path("tree")]).stdout
                 # The offset as Setup's --data-offset takes it, in hexadecimal.
                 offset = int(out.partition("--data-offset ")[2].rstrip(")\n") or "0", 16)
                 self.assertEqual(offset, len(prefix) if append else 0)
+                if append:
+                    self.assertEqual(stat.S_IMODE(os.stat(archive).st_mode), 0o750)
                 with open(archive, "rb") as f:
                     self.assertEqual(parse(f.read(), offset)[:2], (version, kind))
                 with open(archive, "rb") as f:
