@@ -17,8 +17,8 @@ class InstallOverwriteDecision;
 // bytes; listeners that want a running total keep it themselves). While a
 // long file is written, extractedBytes tells how much of it is, every
 // ProgressInterval milliseconds and every ProgressBytes: progress moves within
-// the file and a stop the user asked for takes effect there. Owned by the installer application;
-// used on the user-interface thread.
+// the file and a stop the user asked for takes effect there. Owned by the
+// installer application; used on the user-interface thread.
 class InstallMedia : public QObject
 {
     Q_OBJECT
