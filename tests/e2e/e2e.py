@@ -722,7 +722,8 @@ class Window(Case):
                                    stdout=subprocess.PIPE, text=True).stdout.split()
             if found:
                 break
-            self.assertIsNone(self.process.poll(), "Setup ended without a window")
+            if self.process.poll() is not None:
+                self.fail("Setup ended without a window: %s" % self.process.stderr.read().decode(errors="replace"))
             self.assertLess(time.monotonic(), deadline, "no window appeared")
             time.sleep(0.2)
         self.window = found[0]
