@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <pwd.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -65,12 +64,6 @@ int readKey()
 bool isAdministrator()
 {
     return ::getuid() == 0;
-}
-
-void fixHome()
-{
-    if (const struct passwd *entry = ::getpwuid(::getuid()))
-        ::setenv("HOME", entry->pw_dir, 1);
 }
 
 void setVariable(const QString &name, const QString &value)

@@ -14,8 +14,6 @@ void textSize(int *columns, int *rows);
 int readKey();
 // True when the real user id is 0.
 bool isAdministrator();
-// Points HOME at the real user's home directory from the password database.
-void fixHome();
 // Sets an environment variable, overwriting.
 void setVariable(const QString &name, const QString &value);
 

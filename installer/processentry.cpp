@@ -1,5 +1,6 @@
 #include "installer/processentry.h"
 
+#include "core/console.h"
 #include "core/descriptor.h"
 #include "core/entrycommandline.h"
 #include "core/hexception.h"
@@ -115,7 +116,7 @@ void ProcessEntry::prepareInstaller()
     // The X11 shared-memory extension fails under sudo and in remote sessions;
     // a value the user set is kept.
     if (!qEnvironmentVariableIsSet("QT_X11_NO_MITSHM"))
-        qputenv("QT_X11_NO_MITSHM", "1");
+        Console::setVariable(QStringLiteral("QT_X11_NO_MITSHM"), QStringLiteral("1"));
     m_savedUmask = ::umask(022);
     // Extraction hands blocks of 1 MiB from one thread to another. Left to
     // itself, glibc raises its mapping threshold after the first such block

@@ -93,14 +93,6 @@ int InstallConfigurationItem::itemCount() const
     return count;
 }
 
-int InstallConfigurationItem::matchCount(InstalledState state, bool willInstall) const
-{
-    int count = (m_installed == state && this->willInstall() == willInstall) ? 1 : 0;
-    for (const InstallConfigurationItem *child : m_children)
-        count += child->matchCount(state, willInstall);
-    return count;
-}
-
 QString InstallConfigurationItem::levelText(int level)
 {
     switch (level) {

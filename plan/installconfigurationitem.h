@@ -67,9 +67,6 @@ public:
 
     // The item and all its descendants.
     int itemCount() const;
-    // Items of the subtree (this one included) in the given state whose
-    // will-install value is the given one.
-    int matchCount(InstalledState state, bool willInstall) const;
 
     // Calls visitor(context, item) on every enabled and visible item of the
     // subtree, parents before children; what it returns is the context of the

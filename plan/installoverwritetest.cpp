@@ -53,16 +53,6 @@ InstallOverwriteTest::InstallOverwriteTest(InstallQuestion *question)
     : m_question(question)
 { }
 
-InstallOverwriteTest::Memory InstallOverwriteTest::overwriteMemory()
-{
-    return s_overwriteMemory;
-}
-
-InstallOverwriteTest::Memory InstallOverwriteTest::readOnlyMemory()
-{
-    return s_readOnlyMemory;
-}
-
 void InstallOverwriteTest::forgetAnswers()
 {
     s_overwriteMemory = Ask;

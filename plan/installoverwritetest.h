@@ -22,8 +22,6 @@ public:
     // Throws InstallUserCancelException when a question is cancelled.
     bool shouldOverwrite(qint64 sourceModified, quint64 sourceSize, const QString &destination) override;
 
-    static Memory overwriteMemory();
-    static Memory readOnlyMemory();
     // Forgets both answers, as at the start of the process.
     static void forgetAnswers();
 

@@ -22,24 +22,9 @@ void InstallWizardDialog::setDescription(const QString &description)
     change(m_description, description);
 }
 
-void InstallWizardDialog::setBackLabel(const QString &label)
-{
-    change(m_backLabel, label);
-}
-
 void InstallWizardDialog::setNextLabel(const QString &label)
 {
     change(m_nextLabel, label);
-}
-
-void InstallWizardDialog::setCancelLabel(const QString &label)
-{
-    change(m_cancelLabel, label);
-}
-
-void InstallWizardDialog::setHelpLabel(const QString &label)
-{
-    change(m_helpLabel, label);
 }
 
 void InstallWizardDialog::setFlags(quint32 flags)

@@ -30,10 +30,7 @@ public:
     // Each setter emits stateChanged when the value changes.
     void setTitle(const QString &title);
     void setDescription(const QString &description);
-    void setBackLabel(const QString &label);
     void setNextLabel(const QString &label);
-    void setCancelLabel(const QString &label);
-    void setHelpLabel(const QString &label);
     void setFlags(quint32 flags);
     void addFlags(quint32 flags) { setFlags(m_flags | flags); }
     void clearFlags(quint32 flags) { setFlags(m_flags & ~flags); }
