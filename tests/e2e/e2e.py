@@ -435,6 +435,12 @@ class Install(Case):
         write(os.path.join(self.destination, "lib/mine/notes.txt"))
         self.assertSucceeds(self.install(), "Upgrade Complete", "has now been upgraded.")
         self.assertInstalled(exact=False)
+        # A silent modify installs again what is installed: a lost file is back.
+        os.remove(os.path.join(self.destination, sorted(copied_files())[-1]))
+        code, out, err = self.run_setup(["--silent", "--modify", "--destination", self.destination])
+        self.assertEqual((code, err, out.splitlines()[-2:]),
+                         (0, "", ["Modify Complete", "The %s 5.50a installation has now been modified." % PRODUCT]))
+        self.assertInstalled(exact=False)
         # The copy left behind removes the installation; shared files stay.
         result = self.run_setup(["--silent"], program=os.path.join(self.destination, "bin", "uninstall"))
         self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")

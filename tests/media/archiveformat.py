@@ -299,7 +299,8 @@ class Packarchive(unittest.TestCase):
                  "error: no member nothing\n"),
                 (["create", self.path("euro.pa"), self.path("euro")],
                  "error: refusing file name outside Latin-1 %s\n" % euro),
-                (["extract", twice, self.path("twice")], "error: cannot overwrite file %s/x\n" % self.path("twice"))):
+                (["extract", twice, self.path("twice")], "error: cannot overwrite file %s/x\n" % self.path("twice")),
+                (["create", "/dev/full", DATA], "error: error writing to compressed stream\n")):
             with self.subTest(args=args):
                 result = packarchive(*args, check=False)
                 self.assertEqual((result.returncode, result.stderr), (1, expected))
@@ -309,6 +310,10 @@ class Packarchive(unittest.TestCase):
         for folder, data in (("twice", b"first"), ("over", b"later")):
             with open(self.path(folder + "/x"), "rb") as f:
                 self.assertEqual(f.read(), data, folder)
+        # Named members only, each below its folder.
+        packarchive("extract", os.path.join(DATA, "v2-zlib.pa"), self.path("named"), "bin/tool", "empty")
+        self.assertEqual(sorted(os.listdir(self.path("named"))) + os.listdir(self.path("named/bin")),
+                         ["bin", "empty", "tool"])
         self.assertEqual(packarchive("verify", "--offset", "1000", os.path.join(DATA, "embedded-at-1000.bin")).stdout,
                          "ok: 4 members, 15258 bytes\n")
 

@@ -21,6 +21,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -347,6 +348,20 @@ void tst_Wizard::window_data()
         << "remove Samples,remove Product,install Product,install Samples"
         << "Repair Complete"
         << "Repair";
+    // An installation in a folder the command line does not name: the user
+    // points at it in the folder chooser, from the destination page or when
+    // asked where it is.
+    const QStringList elsewhere { "--destination", "/nonexistent/calvra" };
+    QTest::newRow("an installation found at the destination is upgraded")
+        << elsewhere << 0 << QList<int> { 1, 20, 3, 20, 3, 15, 17 }
+        << "remove Samples,remove Product,install Product,install Samples"
+        << "Upgrade Complete"
+        << "";
+    QTest::newRow("remove, the installation located in the chooser")
+        << QStringList { "--remove" } + elsewhere << 0 << QList<int> { 12, 17 }
+        << "remove Samples,remove Product"
+        << "Uninstall Complete"
+        << "";
     QTest::newRow("Cancel, No goes on") << QStringList() << int(InstallQuestion::No) << QList<int> { 1 } << ""
                                         << ""
                                         << "";
@@ -375,14 +390,24 @@ void tst_Wizard::window()
     wizardOptions.licenseDocument = LicenceDocument::bytes();
     wizardOptions.maintenancePage = !maintenance.isEmpty();
     InstallStandardWizard wizard(&list, wizardOptions);
-    InstallCommandLine commandLine;
-    commandLine.parse(QStringList { "Setup", "--user-mode-install" } + options, macros());
-    BrantleInstallerApplication application(commandLine, &list, &wizard);
-    if (options.contains(QStringLiteral("--remove"))) {
-        // What is removed is what the record says is installed.
+    if (outcome != QLatin1String("Install Complete")) {
+        // What is removed or upgraded is what the record says is installed.
         list.setInstalled(InstallConfigurationItem::fullyInstalled, true);
         QVERIFY(InstallSettingsRecord(&list).save(InstallSettingsRecord::defaultPath()));
     }
+    InstallCommandLine commandLine;
+    commandLine.parse(QStringList { "Setup", "--user-mode-install" } + options, macros());
+    BrantleInstallerApplication application(commandLine, &list, &wizard);
+    const bool located = options.contains(QStringLiteral("--destination"));
+    const auto locate = [this] {
+        whenModal([this](QWidget *chooser) {
+            chooser->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))
+                ->setText(m_dir->filePath(QStringLiteral("dest")));
+            static_cast<QDialog *>(chooser)->accept();
+        });
+    };
+    if (located && options.contains(QStringLiteral("--remove")))
+        locate();
     application.start();
     QVERIFY(wizard.window()->isVisible());
     const auto press = [&wizard](const char *name) {
@@ -420,6 +445,10 @@ void tst_Wizard::window()
             wizard.acceptLicense();
         if (wizard.currentPageId() == Page::OptionalPage)
             samples->setInstall(true);
+        if (located && wizard.currentPageId() == Page::DestinationPage) {
+            locate();
+            press("browse");
+        }
         const bool back = !wentBack && !options.contains(QStringLiteral("--remove"))
             && wizard.currentPageId() == Page::DestinationPage;
         wentBack = wentBack || back;
