@@ -167,12 +167,6 @@ void tst_Core::entryCommandLine_data()
     const int go = EntryCommandLine::Continue;
     QTest::newRow("nothing") << QStringList() << go << ""
                              << "" << 0u << true;
-    QTest::newRow("help wins over what surrounds it")
-        << QStringList { "--bogus", "--help", "--data-file" } << int(EntryCommandLine::Help) << ""
-        << "" << 0u << true;
-    QTest::newRow("value missing") << QStringList { "--copy-files-to", "/d", "--data-offset" }
-                                   << int(EntryCommandLine::ArgumentExpected) << ""
-                                   << "" << 0u << true;
     QTest::newRow("copy mode, a value may start with a dash")
         << QStringList { "--copy-files-to", "--help", "--silent" } << go << "--help"
         << "" << 0u << false;

@@ -472,15 +472,10 @@ void tst_Installer::handBack_data()
     QTest::addColumn<QStringList>("owners"); // "path owner" after the hand-back
     const QString user = QStringLiteral("12345:23456");
     const QString root = QStringLiteral("0:0");
-    QTest::newRow("all three") << QStringList { "d .config/Co/Prod" }
-                               << QStringList { ".config " + user, ".config/Co " + user,
-                                      ".config/Co/Prod " + user };
     QTest::newRow("config of another user kept") << QStringList { "d .config/Co", "c .config 7:7" }
                                                  << QStringList { ".config 7:7", ".config/Co " + user };
     QTest::newRow("config of root, another group kept") << QStringList { "d .config/Co",
         "c .config 0:7" } << QStringList { ".config 0:7", ".config/Co " + user };
-    QTest::newRow("home of another user") << QStringList { "c . 0:0", "d .config/Co/Prod" }
-                                          << QStringList { ".config " + root, ".config/Co/Prod " + root };
     // Links are neither followed nor handed over themselves.
     QTest::newRow("company link") << QStringList { "d .config", "d outside/Prod", "l .config/Co ../outside" }
                                   << QStringList { ".config/Co " + root, "outside " + root,

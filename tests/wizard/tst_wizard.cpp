@@ -339,18 +339,13 @@ void tst_Wizard::window_data()
         << "install Product,install Samples"
         << "Install Complete"
         << "";
-    QTest::newRow("remove") << QStringList { "--remove" } << 0 << QList<int> { 12, 17 }
-                            << "remove Samples,remove Product"
-                            << "Uninstall Complete"
-                            << "";
     QTest::newRow("repair chosen on the maintenance page")
         << QStringList { "--remove" } << 0 << QList<int> { 10, 14, 17 }
         << "remove Samples,remove Product,install Product,install Samples"
         << "Repair Complete"
         << "Repair";
-    // An installation in a folder the command line does not name: the user
-    // points at it in the folder chooser, from the destination page or when
-    // asked where it is.
+    // The installation is not where the command line says: the user points at
+    // it in the folder chooser, from the destination page or when asked.
     const QStringList elsewhere { "--destination", "/nonexistent/calvra" };
     QTest::newRow("an installation found at the destination is upgraded")
         << elsewhere << 0 << QList<int> { 1, 20, 3, 20, 3, 15, 17 }
