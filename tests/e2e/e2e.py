@@ -811,7 +811,6 @@ class Truth(Case):
         # (scenario, how the record is spoiled after an install (None: nothing
         # installed), maintenance option, standard error)
         scenarios = (
-            ("nothing installed, removed", None, "--remove", missing % (PRODUCT, record)),
             ("nothing installed, repaired", None, "--repair", missing % (PRODUCT, record)),
             ("nothing installed, modified", None, "--modify", missing % (PRODUCT, record)),
             ("empty record", lambda: write(record, b""), "--remove", damaged + "it is damaged\n"),

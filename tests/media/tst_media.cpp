@@ -482,10 +482,8 @@ void tst_Media::refusedTargets_data()
     QTest::newRow("through a dangling link") << "dangling/x" << link + "dangling/x";
     // Even a link that stays inside is not followed: it could be swapped meanwhile.
     QTest::newRow("through a link inside") << "inside/ok" << link + "inside/ok";
-    QTest::newRow("a link in the file's place is replaced") << "victim"
-                                                            << "";
-    QTest::newRow("dots inside names are fine") << "a/..b/c.."
-                                                << "";
+    QTest::newRow("a link in the file's place is replaced") << "victim" << QString();
+    QTest::newRow("dots inside names are fine") << "a/..b/c.." << QString();
 }
 
 void tst_Media::refusedTargets()

@@ -33,6 +33,13 @@ void writeFile(const QString &path, const QByteArray &bytes, mode_t mode = 0644,
     QVERIFY(::utime(QFile::encodeName(path).constData(), &times) == 0);
 }
 
+// Of the file itself, never of a link's target.
+bool setTime(const QString &path, time_t modified)
+{
+    const struct timespec times[2] = { { modified, 0 }, { modified, 0 } };
+    return ::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 QByteArray contents(const QString &path)
 {
     QFile file(path);
@@ -175,59 +182,42 @@ void tst_Plan::walks_data()
     const int yes = InstallQuestion::Yes;
     const int no = InstallQuestion::No;
     const QString all = QStringLiteral("A,A1,A2,B,B1");
+    const QString none;
     QTest::newRow("install, parents first")
-        << int(InstallMode::Typical) << "install"
-        << ""
-        << ""
-        << "" << 0 << "install A,install A1,install A2,install B,install B1"
-        << "" << false;
+        << int(InstallMode::Typical) << "install" << none << none << none << 0
+        << "install A,install A1,install A2,install B,install B1" << none << false;
     QTest::newRow("install skips what is installed, not its children")
         << int(InstallMode::Custom) << "install"
         << "A"
-        << "B1"
-        << "" << 0 << "install A1,install A2,install B"
-        << "" << false;
-    QTest::newRow("install failure, Yes terminates") << int(InstallMode::Typical) << "install"
-                                                     << ""
-                                                     << ""
-                                                     << "A install" << yes << "install A"
-                                                     << "A Installation Failed" << true;
+        << "B1" << none << 0 << "install A1,install A2,install B" << none << false;
+    QTest::newRow("install failure, Yes terminates")
+        << int(InstallMode::Typical) << "install" << none << none << "A install" << yes << "install A"
+        << "A Installation Failed" << true;
     QTest::newRow("install failure, No goes on")
-        << int(InstallMode::Typical) << "install"
-        << ""
-        << ""
-        << "A install" << no << "install A,install A1,install A2,install B,install B1"
+        << int(InstallMode::Typical) << "install" << none << none << "A install" << no
+        << "install A,install A1,install A2,install B,install B1"
         << "A Installation Failed" << false;
-    QTest::newRow("remove, children last to first") << int(InstallMode::Remove) << "uninstall"
-                                                    << "A,A2,B1"
-                                                    << ""
-                                                    << "" << 0 << "uninstall B1,uninstall A2,uninstall A"
-                                                    << "" << false;
+    QTest::newRow("remove, children last to first")
+        << int(InstallMode::Remove) << "uninstall"
+        << "A,A2,B1" << none << none << 0 << "uninstall B1,uninstall A2,uninstall A" << none << false;
     QTest::newRow("modify removes only what is deselected")
-        << int(InstallMode::Modify) << "uninstall" << all << "A"
-        << "" << 0 << "uninstall A2,uninstall A1,uninstall A"
-        << "" << false;
+        << int(InstallMode::Modify) << "uninstall" << all << "A" << none << 0
+        << "uninstall A2,uninstall A1,uninstall A" << none << false;
     QTest::newRow("repair removes everything")
-        << int(InstallMode::Repair) << "uninstall" << all << ""
-        << "" << 0 << "uninstall B1,uninstall B,uninstall A2,uninstall A1,uninstall A"
-        << "" << false;
-    QTest::newRow("removal failure, Yes terminates") << int(InstallMode::Remove) << "uninstall" << all << ""
+        << int(InstallMode::Repair) << "uninstall" << all << none << none << 0
+        << "uninstall B1,uninstall B,uninstall A2,uninstall A1,uninstall A" << none << false;
+    QTest::newRow("removal failure, Yes terminates") << int(InstallMode::Remove) << "uninstall" << all << none
                                                      << "B uninstall" << yes << "uninstall B1,uninstall B"
                                                      << "B Removal Failed" << true;
     QTest::newRow("repair asks nothing about a removal failure")
-        << int(InstallMode::Repair) << "uninstall" << all << ""
-        << "B uninstall" << 0 << "uninstall B1,uninstall B,uninstall A2,uninstall A1,uninstall A"
-        << "" << false;
-    QTest::newRow("check, children last to first") << int(InstallMode::Upgrade) << "check"
-                                                   << ""
-                                                   << ""
-                                                   << "" << 0 << "check B1,check B,check A2,check A1,check A"
-                                                   << "" << false;
-    QTest::newRow("check gives up at a failure") << int(InstallMode::Upgrade) << "check"
-                                                 << ""
-                                                 << ""
-                                                 << "A2 check" << 0 << "check B1,check B,check A2"
-                                                 << "" << false;
+        << int(InstallMode::Repair) << "uninstall" << all << none << "B uninstall" << 0
+        << "uninstall B1,uninstall B,uninstall A2,uninstall A1,uninstall A" << none << false;
+    QTest::newRow("check, children last to first")
+        << int(InstallMode::Upgrade) << "check" << none << none << none << 0
+        << "check B1,check B,check A2,check A1,check A" << none << false;
+    QTest::newRow("check gives up at a failure")
+        << int(InstallMode::Upgrade) << "check" << none << none << "A2 check" << 0
+        << "check B1,check B,check A2" << none << false;
 }
 
 void tst_Plan::walks()
@@ -322,6 +312,11 @@ void tst_Plan::overwrite_data()
         QTest::addRow("older read-only, Yes, then %s", name)
             << "older read-only" << QList<int> { yes, answer } << (answer == InstallQuestion::YesToAll)
             << "Older version of file already exists:1|%1 is a read only file:16";
+    // Only a regular file is made writable: one that cannot be is asked about until skipped.
+    QTest::newRow("older read-only FIFO, skipped on the second try")
+        << "older read-only FIFO" << QList<int> { yes, yes, no, yes } << false
+        << "Older version of file already exists:1|%1 is a read only file:16|Cannot make %1 writable:1|"
+           "Cannot make %1 writable:1";
     QTest::newRow("a link where the file belongs is replaced unasked")
         << "link" << QList<int> {} << true << "";
     QTest::newRow("Yes to All holds for the next file") << "older" << QList<int> { InstallQuestion::YesToAll }
@@ -345,14 +340,15 @@ void tst_Plan::overwrite()
         writeFile(file, QByteArray(11, 'd'), 0644, sourceTime);
     else if (standing == QLatin1String("newer"))
         writeFile(file, QByteArray(10, 'd'), 0644, sourceTime + 100);
+    else if (standing.endsWith(QLatin1String("FIFO")))
+        QVERIFY(::mkfifo(QFile::encodeName(file).constData(), 0444) == 0 && setTime(file, sourceTime - 100));
     else if (standing.startsWith(QLatin1String("older")))
         writeFile(file, QByteArray(10, 'd'), standing.endsWith(QLatin1String("read-only")) ? 0444 : 0644,
             sourceTime - 100);
     else if (standing == QLatin1String("link")) {
         writeFile(dir.filePath(QStringLiteral("elsewhere")), "not ours", 0444);
         QVERIFY(QFile::link(dir.filePath(QStringLiteral("elsewhere")), file));
-        const struct timespec times[2] = { { sourceTime - 100, 0 }, { sourceTime - 100, 0 } };
-        QVERIFY(::utimensat(AT_FDCWD, QFile::encodeName(file).constData(), times, AT_SYMLINK_NOFOLLOW) == 0);
+        QVERIFY(setTime(file, sourceTime - 100));
     }
     ScriptedQuestion question;
     question.answers = answers;

@@ -190,19 +190,18 @@ void tst_Wizard::locate_data()
     QTest::addColumn<QString>("result");
     QTest::addColumn<QString>("macro"); // "name=value" the answer sets
     using D = InstallFindFileDialog;
+    const QString none;
     QTest::newRow("a file, OK") << int(D::File) << " /mnt/cd/lib/libcalvra.a " << true << "Locate File"
                                 << "/mnt/cd/lib/libcalvra.a"
                                 << "SrcDir=/mnt/cd/lib";
-    QTest::newRow("a file, Cancel") << int(D::File) << "/mnt/cd/lib/x" << false << "Locate File"
-                                    << ""
+    QTest::newRow("a file, Cancel") << int(D::File) << "/mnt/cd/lib/x" << false << "Locate File" << none
                                     << "SrcDir=/old";
     QTest::newRow("the installation folder")
         << int(D::InstallationFolder) << "/opt/calvra" << true << "Locate Installation Folder"
         << "/opt/calvra"
         << "DestDir=/opt/calvra";
     QTest::newRow("the product folder, nothing given")
-        << int(D::ProductFolder) << "" << true << "Locate Tamrin Calvra for ARM Folder"
-        << ""
+        << int(D::ProductFolder) << none << true << "Locate Tamrin Calvra for ARM Folder" << none
         << "DestDir=/old";
 }
 
@@ -334,11 +333,11 @@ void tst_Wizard::window_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QString>("outcome");
     QTest::addColumn<QString>("maintenance"); // the choice on the maintenance page, when it is shown
+    const QString none;
     QTest::newRow("install, Back once from the destination")
         << QStringList() << 0 << QList<int> { 1, 20, 3, 20, 3, 8, 7, 11, 17 }
         << "install Product,install Samples"
-        << "Install Complete"
-        << "";
+        << "Install Complete" << none;
     QTest::newRow("repair chosen on the maintenance page")
         << QStringList { "--remove" } << 0 << QList<int> { 10, 14, 17 }
         << "remove Samples,remove Product,install Product,install Samples"
@@ -350,20 +349,15 @@ void tst_Wizard::window_data()
     QTest::newRow("an installation found at the destination is upgraded")
         << elsewhere << 0 << QList<int> { 1, 20, 3, 20, 3, 15, 17 }
         << "remove Samples,remove Product,install Product,install Samples"
-        << "Upgrade Complete"
-        << "";
+        << "Upgrade Complete" << none;
     QTest::newRow("remove, the installation located in the chooser")
         << QStringList { "--remove" } + elsewhere << 0 << QList<int> { 12, 17 }
         << "remove Samples,remove Product"
-        << "Uninstall Complete"
-        << "";
-    QTest::newRow("Cancel, No goes on") << QStringList() << int(InstallQuestion::No) << QList<int> { 1 } << ""
-                                        << ""
-                                        << "";
+        << "Uninstall Complete" << none;
+    QTest::newRow("Cancel, No goes on")
+        << QStringList() << int(InstallQuestion::No) << QList<int> { 1 } << none << none << none;
     QTest::newRow("Cancel, Yes ends the run")
-        << QStringList() << int(InstallQuestion::Yes) << QList<int> { 1 } << ""
-        << ""
-        << "";
+        << QStringList() << int(InstallQuestion::Yes) << QList<int> { 1 } << none << none << none;
 }
 
 void tst_Wizard::window()
@@ -379,7 +373,7 @@ void tst_Wizard::window()
     auto *product = new LoggingItem(&list, QStringLiteral("Product"), &done, 0);
     // Optional: listed on the optional page, chosen there. Below a required
     // component, so that a removal takes it too.
-    auto *samples = new LoggingItem(product, QStringLiteral("Samples"), &done, 3);
+    new LoggingItem(product, QStringLiteral("Samples"), &done, 3);
     QVERIFY(QDir().mkpath(m_dir->filePath(QStringLiteral("dest/bin"))));
     InstallStandardWizard::Options wizardOptions;
     wizardOptions.licenseDocument = LicenceDocument::bytes();
@@ -438,8 +432,10 @@ void tst_Wizard::window()
     for (int i = 0; i < 12 && !cancelAnswer && wizard.currentPageId() != Page::CompletePage; ++i) {
         if (wizard.currentPageId() == Page::LicensePage)
             wizard.acceptLicense();
-        if (wizard.currentPageId() == Page::OptionalPage)
-            samples->setInstall(true);
+        for (QCheckBox *optional : wizard.window()->findChildren<QCheckBox *>()) {
+            if (optional->isVisible() && optional->text() == QLatin1String("Install Samples"))
+                optional->click();
+        }
         if (located && wizard.currentPageId() == Page::DestinationPage) {
             locate();
             press("browse");
