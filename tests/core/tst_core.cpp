@@ -17,6 +17,7 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -306,17 +307,24 @@ void tst_Core::replacesWithoutWritingThrough_data()
             QTest::addRow("%s: %s", routine, standing) << standing << copy;
     }
     QTest::newRow("copy: link to a folder elsewhere") << "link to a folder elsewhere" << true;
+    // Not root, in a shared sticky folder, another user's file cannot be
+    // replaced: its bytes are written in place, unless it has another name.
+    for (const char *standing : { "another user's file", "another user's hard link" })
+        QTest::addRow("write as nobody: %s", standing) << standing << false;
 }
 
 void tst_Core::replacesWithoutWritingThrough()
 {
     QFETCH(QString, standing);
     QFETCH(bool, copy);
+    const bool shared = standing.startsWith(QLatin1String("another user's"));
+    if (shared && ::geteuid() != 0)
+        QSKIP("another user's file needs root to make");
     QTemporaryDir temporary;
     QVERIFY(QDir(temporary.path()).mkpath(QStringLiteral("elsewhere/folder")));
     QVERIFY(QDir(temporary.path()).mkpath(QStringLiteral("target")));
     const QString elsewhere = temporary.filePath(QStringLiteral("elsewhere/file"));
-    writeFile(elsewhere, "not ours\n", 0600);
+    writeFile(elsewhere, "not ours\n", shared ? 0666 : 0600);
     const QString source = temporary.filePath(QStringLiteral("source"));
     writeFile(source, "new content\n", 0755);
     const struct timespec times[2] = { { 1000000000, 250000000 }, { 1100000000, 750000000 } };
@@ -325,23 +333,32 @@ void tst_Core::replacesWithoutWritingThrough()
     const QByteArray targetPath = QFile::encodeName(target);
     if (standing.startsWith(QLatin1String("link to a file")))
         QVERIFY(::symlink(QFile::encodeName(elsewhere).constData(), targetPath.constData()) == 0);
-    else if (standing == QLatin1String("hard link"))
+    else if (standing.endsWith(QLatin1String("hard link")))
         QVERIFY(::link(QFile::encodeName(elsewhere).constData(), targetPath.constData()) == 0);
     else if (standing.startsWith(QLatin1String("link to a folder")))
         QVERIFY(::symlink(QFile::encodeName(temporary.filePath("elsewhere/folder")).constData(),
                     targetPath.constData())
             == 0);
     else
-        writeFile(target, "old", 0444);
-
-    QVERIFY(copy ? FileUtils::copyFile(source, target) : FileUtils::writeFile(target, "new content\n"));
+        writeFile(target, "old", shared ? 0666 : 0444);
+    if (shared) {
+        QVERIFY(::chmod(QFile::encodeName(temporary.path()).constData(), 0711) == 0);
+        QVERIFY(::chmod(QFile::encodeName(temporary.filePath("target")).constData(), 01777) == 0);
+        QVERIFY(::chown(targetPath.constData(), 1234, 1234) == 0 && ::seteuid(65534) == 0);
+        ::prctl(PR_SET_DUMPABLE, 1); // its own descriptors stay its own to link
+    }
+    const bool written
+        = copy ? FileUtils::copyFile(source, target) : FileUtils::writeFile(target, "new content\n");
+    QVERIFY(::seteuid(0) == 0);
+    // In place the file keeps its owner's mode, which is reported.
+    QCOMPARE(written, !shared);
     QCOMPARE(readAll(elsewhere), QByteArray("not ours\n"));
     QVERIFY(QDir(temporary.filePath("elsewhere/folder")).isEmpty());
     struct stat status;
     QVERIFY(::lstat(targetPath.constData(), &status) == 0);
     QVERIFY(S_ISREG(status.st_mode));
-    QCOMPARE(int(status.st_nlink), 1);
-    QCOMPARE(readAll(target), QByteArray("new content\n"));
+    QCOMPARE(int(status.st_nlink), standing == QLatin1String("another user's hard link") ? 2 : 1);
+    QCOMPARE(readAll(target), QByteArray(status.st_nlink == 1 ? "new content\n" : "not ours\n"));
     if (copy) {
         // A copy keeps the source's mode and times to the nanosecond.
         QCOMPARE(int(status.st_mode & 07777), 0755 & ~0022);

@@ -232,7 +232,6 @@ private slots:
     void lookup();
     void independentArchives_data();
     void independentArchives();
-    void sortedIndexOfManyNames();
     void refusedTargets_data();
     void refusedTargets();
     void media_data();
@@ -444,30 +443,6 @@ void tst_Media::independentArchives()
     }
 }
 
-void tst_Media::sortedIndexOfManyNames()
-{
-    // Names in descending order, the worst case for an index built one
-    // insertion at a time: every name is still found.
-    const int count = 50000;
-    QByteArray body(20, '\0');
-    qToLittleEndian<quint32>(count, body.data());
-    for (int i = count - 1; i >= 0; --i) {
-        const QByteArray name = "lib/f" + QByteArray::number(i).rightJustified(6, '0');
-        uchar record[18] = {};
-        qToLittleEndian<quint16>(quint16(name.size()), record);
-        body.append(reinterpret_cast<const char *>(record), 18).append(name);
-    }
-    // The current header of a zlib body; qCompress writes the length, then a zlib stream.
-    writeFile(path("names.pa"), QByteArray::fromHex("b1c6f57102000000") + qCompress(body, 1).mid(4));
-    // Its cost is the bench's to show; a timed test fails on a busy machine.
-    PackageArchive archive;
-    archive.open(path("names.pa"), 0, PackageArchive::SortedIndex);
-    for (const int i : { 0, 30000, count - 1 })
-        QCOMPARE(archive.find(QStringLiteral("lib/f%1").arg(i, 6, 10, QLatin1Char('0'))),
-            archive.member(count - 1 - i));
-    QVERIFY(archive.find(QStringLiteral("lib/f050000")).isNull());
-}
-
 void tst_Media::refusedTargets_data()
 {
     QTest::addColumn<QString>("name");
@@ -591,10 +566,19 @@ void tst_Media::media()
         QCOMPARE(statusOf(target).st_mode & 07777, file.mode);
         QCOMPARE(qint64(statusOf(target).st_mtime), file.time);
     }
-    // A missing file fails with the medium's message.
+    // A missing file fails with the medium's message; a link in place of a
+    // destination folder is never followed.
     QCOMPARE(message([&] { medium->copyFiles(QStringLiteral("bin"), { "gone" }, path("dest")); }),
         QStringLiteral("Cannot copy file %1/gone to %2/gone")
             .arg(archive ? "bin" : path("medium/bin"), path("dest")));
+    QVERIFY(QDir().mkpath(path("outside")) && QFile::link(path("outside"), path("linked")));
+    QVERIFY(
+        !message([&] { medium->copyFiles(QStringLiteral("bin"), { "Quilmor" }, path("linked")); }).isEmpty());
+    QVERIFY(QDir().mkpath(path("dest2")) && QFile::link(path("outside"), path("dest2/sub")));
+    QVERIFY(!message([&] {
+        medium->copyFiles(QStringLiteral("bin"), { "sub/deep.txt" }, path("dest2"));
+    }).isEmpty());
+    QCOMPARE(filesBelow(path("outside")), QStringList());
 }
 
 void tst_Media::oneByOne_data()
