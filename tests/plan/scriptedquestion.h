@@ -19,14 +19,12 @@ public:
     struct Asked
     {
         QString heading;
-        QString text;
-        int buttons;
         int defaultButton;
     };
 
-    int ask(const QString &heading, const QString &text, int buttons, int defaultButton) override
+    int ask(const QString &heading, const QString &, int buttons, int defaultButton) override
     {
-        asked.append({ heading, text, buttons, defaultButton });
+        asked.append({ heading, defaultButton });
         if (beforeAnswer)
             beforeAnswer(asked.size());
         if (answers.isEmpty()) {
@@ -37,11 +35,7 @@ public:
         return answers.takeFirst();
     }
 
-    QString locateFile(const QString &path) override
-    {
-        located.append(path);
-        return locations.isEmpty() ? QString() : locations.takeFirst();
-    }
+    QString locateFile(const QString &) override { return QString(); }
 
     QStringList headings() const
     {
@@ -52,9 +46,7 @@ public:
     }
 
     QList<int> answers;
-    QStringList locations;
     QList<Asked> asked;
-    QStringList located;
     int unscripted = 0;
     // Runs before each answer with the number of questions asked so far.
     std::function<void(int)> beforeAnswer;

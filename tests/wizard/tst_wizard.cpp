@@ -25,6 +25,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTemporaryDir>
@@ -112,6 +113,7 @@ private slots:
     void window_data();
     void window();
     void closingCommands();
+    void installationError();
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -484,6 +486,21 @@ void tst_Wizard::closingCommands()
     dialog.announceShow();
     QVERIFY(!dialog.runClosingActions());
     QCOMPARE(readAll(victim.fileName()), QByteArray("keep me\n"));
+}
+
+void tst_Wizard::installationError()
+{
+    // A failure the run cannot go on from: a box with OK alone, which Escape presses too.
+    InstallConfigurationList list(QStringLiteral("Plan"), QString(), 0, true);
+    InstallStandardWizard wizard(&list, InstallStandardWizard::Options());
+    QString shown;
+    whenModal([&shown](QWidget *box) {
+        shown = box->windowTitle() + QLatin1Char('|') + qobject_cast<QMessageBox *>(box)->text();
+        QTest::keyClick(box, Qt::Key_Escape);
+    });
+    wizard.reportInstallationError(QStringLiteral("The installer must be run as root"));
+    QCOMPARE(
+        shown, "Installation Error|The installer must be run as root.<p>Click OK to terminate installation");
 }
 
 QTEST_MAIN(tst_Wizard)
