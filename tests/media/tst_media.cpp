@@ -544,6 +544,7 @@ void tst_Media::media()
     const QStringList names = medium->list(QStringLiteral("bin"), total);
     QCOMPARE(names, QStringList({ "Quilmor", "declined", "sub/deep.txt", "sub/readonly.h" }));
     QCOMPARE(total, quint64(23 + 13 + 70000));
+    QCOMPARE(medium->totalSize(), total + 13); // every file, not only those below bin
     writeFile(path("dest/declined"), "the user's");
     writeFile(path("dest/sub/readonly.h"), "old", 0444);
     medium->copyFiles(QStringLiteral("bin"), names, path("dest"));
