@@ -8,6 +8,8 @@
 
 #include <QFile>
 
+#include <algorithm>
+
 namespace {
 
 // Desktop entries separate arguments with spaces, so spaces inside a path
@@ -16,6 +18,47 @@ QString escapeSpaces(const QString &path)
 {
     QString escaped = path;
     return escaped.replace(QLatin1Char(' '), QStringLiteral("\\ "));
+}
+
+// Characters a desktop entry's command line reserves besides the space.
+bool needsQuoting(const QString &path)
+{
+    static const QString reserved = QStringLiteral("\t\n\"'\\<>~|&;$*?#()`%");
+    return std::any_of(path.cbegin(), path.cend(), [](QChar c) { return reserved.contains(c); });
+}
+
+// The value escapes of a desktop entry string: a backslash, a line break or
+// a tab would otherwise end or change the value.
+QString escapeValue(const QString &text)
+{
+    QString escaped;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\\'))
+            escaped += QStringLiteral("\\\\");
+        else if (c == QLatin1Char('\n'))
+            escaped += QStringLiteral("\\n");
+        else if (c == QLatin1Char('\t'))
+            escaped += QStringLiteral("\\t");
+        else
+            escaped += c;
+    }
+    return escaped;
+}
+
+// A path with spaces alone keeps the backslash-space form menus have always
+// read; one with any other reserved character is quoted as the format says
+// (a backslash before " ` $ and itself, % doubled), then value-escaped.
+QString commandValue(const QString &path)
+{
+    if (!needsQuoting(path))
+        return escapeSpaces(path);
+    QString quoted;
+    for (const QChar c : path) {
+        if (c == QLatin1Char('"') || c == QLatin1Char('`') || c == QLatin1Char('$') || c == QLatin1Char('\\'))
+            quoted += QLatin1Char('\\');
+        quoted += c == QLatin1Char('%') ? QStringLiteral("%%") : QString(c);
+    }
+    return escapeValue(QLatin1Char('"') + quoted + QLatin1Char('"'));
 }
 
 } // namespace
@@ -56,14 +99,16 @@ void InstallFreeDesktopShortcutConfigurationItem::installAction()
         return;
 
     const QString name = expandMacros(m_name);
-    const QString exec = escapeSpaces(expandMacros(m_exec));
+    const QString program = expandMacros(m_exec);
     QString entry = QStringLiteral("[Desktop Entry]\n"
                                    "Version=1.0\n");
     entry += QStringLiteral("Name=") + name + QLatin1Char('\n');
     entry += QStringLiteral("Comment=") + name + QLatin1Char('\n');
     entry += QStringLiteral("Type=Application\n");
-    entry += QStringLiteral("Exec=") + exec + QLatin1Char('\n');
-    entry += QStringLiteral("TryExec=") + exec + QLatin1Char('\n');
+    entry += QStringLiteral("Exec=") + commandValue(program) + QLatin1Char('\n');
+    // A path, not a command line: only the value escapes apply.
+    entry += QStringLiteral("TryExec=")
+        + (needsQuoting(program) ? escapeValue(program) : escapeSpaces(program)) + QLatin1Char('\n');
     if (!m_icon.isEmpty())
         entry += QStringLiteral("Icon=") + escapeSpaces(expandMacros(m_icon)) + QLatin1Char('\n');
     entry += m_terminal ? QStringLiteral("Terminal=true\n") : QStringLiteral("Terminal=false\n");

@@ -10,6 +10,7 @@ changed; the groups that install need root. "window" runs under xvfb-run and
 saves a screenshot of every page it stops on into SCREENSHOT_DIR."""
 
 import os
+import re
 import resource
 import shlex
 import shutil
@@ -700,8 +701,13 @@ class Hostile(Case):
                                         "`touch pwned2` $HOME; touch pwned3")
         self.assertSucceeds(self.install(), "Install Complete")
         self.assertInstalled()
-        exec_line = "Exec=" + os.path.join(self.destination, "bin", "Quilmor").replace(" ", "\\ ") + "\n"
-        self.assertIn(exec_line.encode(), read(DESKTOP_ENTRY))
+        # The menu entry reads back, as the desktop entry format says, to the program's path.
+        entry = dict(line.split("=", 1) for line in read(DESKTOP_ENTRY).decode().splitlines()[1:])
+        value = re.sub(r"\\([\\snt])", lambda m: {"s": " ", "n": "\n", "t": "\t"}.get(m[1], m[1]), entry["Exec"])
+        self.assertRegex(value, r'^"([^"\\]|\\.)*"$')
+        program = os.path.join(self.destination, "bin", "Quilmor")
+        self.assertEqual(re.sub(r'\\(["`$\\])', r"\1", value[1:-1]).replace("%%", "%"), program)
+        self.assertEqual(re.sub(r"\\\\", r"\\", entry["TryExec"]), program)
         result = self.run_setup(["--silent"], program=os.path.join(self.destination, "bin", "uninstall"))
         self.assertSucceeds(result, "Uninstall Complete", "had now been uninstalled.")
         self.assertFalse(os.path.exists(self.destination))
