@@ -23,11 +23,6 @@ Q_LOGGING_CATEGORY(lcApplication, "setup.installer")
 
 namespace {
 
-bool isInstallation(int mode)
-{
-    return mode >= InstallMode::Minimal && mode <= InstallMode::Custom;
-}
-
 std::unique_ptr<InstallMedia> createMedia(const InstallCommandLine &commandLine)
 {
     if (commandLine.hasDataFile())
@@ -179,7 +174,7 @@ QString InstallApplication::completeTitle(int mode)
     case InstallMode::Upgrade:
         return QStringLiteral("Upgrade Complete");
     }
-    return isInstallation(mode) ? QStringLiteral("Install Complete") : QString();
+    return InstallMode::isInstallation(mode) ? QStringLiteral("Install Complete") : QString();
 }
 
 QString InstallApplication::failedTitle(int mode)
@@ -194,7 +189,7 @@ QString InstallApplication::failedTitle(int mode)
     case InstallMode::Upgrade:
         return QStringLiteral("Upgrade Failed");
     }
-    return isInstallation(mode) ? QStringLiteral("Installation Failed") : QString();
+    return InstallMode::isInstallation(mode) ? QStringLiteral("Installation Failed") : QString();
 }
 
 QString InstallApplication::successMessage(int mode)

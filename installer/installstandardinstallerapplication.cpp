@@ -22,11 +22,6 @@ namespace {
 
 using Page = InstallWizardInterface::PageId;
 
-bool isInstallation(int mode)
-{
-    return mode >= InstallMode::Minimal && mode <= InstallMode::Custom;
-}
-
 // Selects exactly the installed items of the subtree and marks them for
 // installing again; the rest stays as it is on disk.
 void reinstallInstalled(InstallConfigurationItem *item)
@@ -79,7 +74,7 @@ void InstallStandardInstallerApplication::writeRecord()
 void InstallStandardInstallerApplication::start()
 {
     try {
-        if (isInstallation(mode())) {
+        if (InstallMode::isInstallation(mode())) {
             // A silent run gets a window only to read the agreement in.
             if (runFlags() & Silent)
                 showPage(Page::LicensePage);
@@ -108,7 +103,7 @@ void InstallStandardInstallerApplication::runSilent()
 {
     try {
         bool succeeded = false;
-        if (isInstallation(mode())) {
+        if (InstallMode::isInstallation(mode())) {
             if (!(runFlags() & LicenceAccepted)) {
                 int columns = 0;
                 int rows = 0;
@@ -154,7 +149,7 @@ void InstallStandardInstallerApplication::nextPage(int id)
         onBackClicked(id);
         return;
     }
-    if (isInstallation(mode())) {
+    if (InstallMode::isInstallation(mode())) {
         nextInInstallation(id);
         return;
     }

@@ -167,11 +167,9 @@ int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
     // A silent installation still shows the agreement in a window when it
     // was not accepted on the command line and a display answers; the run
     // itself stays silent.
-    const bool installation
-        = commandLine.mode() >= InstallMode::Minimal && commandLine.mode() <= InstallMode::Custom;
     const bool windowed = !commandLine.isSilent()
-        || (commandLineError.isEmpty() && installation && !commandLine.licenceAccepted()
-            && displayAvailable());
+        || (commandLineError.isEmpty() && InstallMode::isInstallation(commandLine.mode())
+            && !commandLine.licenceAccepted() && displayAvailable());
     std::unique_ptr<QCoreApplication> application;
     if (commandLine.isSilent() && !windowed) {
         application = std::make_unique<QCoreApplication>(m_argc, m_argv);
