@@ -1,8 +1,6 @@
 #include "core/installsilentquestion.h"
 
-#include "core/macrotable.h"
-
-#include <QRegularExpression>
+#include "core/plaintext.h"
 
 InstallSilentQuestion::InstallSilentQuestion(std::FILE *stream)
     : m_stream(stream)
@@ -18,14 +16,14 @@ int InstallSilentQuestion::ask(const QString &heading, const QString &, int butt
         reason = QStringLiteral("Retry is not chosen silently");
     }
     writeLine(QStringLiteral("question: %1 -- answered %2 (%3)")
-                  .arg(plainText(heading), buttonName(answer), reason));
+                  .arg(plainLine(heading), buttonName(answer), reason));
     return answer;
 }
 
 QString InstallSilentQuestion::locateFile(const QString &path)
 {
     writeLine(QStringLiteral("question: Cannot find the file named %1 -- not located (no one to ask)")
-                  .arg(plainText(path)));
+                  .arg(plainLine(path)));
     return QString();
 }
 
@@ -52,19 +50,6 @@ QString InstallSilentQuestion::buttonName(int button)
         return QStringLiteral("Cancel");
     }
     return QString::number(button);
-}
-
-QString InstallSilentQuestion::plainText(const QString &text)
-{
-    static const QRegularExpression paragraph(
-        QStringLiteral("<p>"), QRegularExpression::CaseInsensitiveOption);
-    static const QRegularExpression tag(QStringLiteral("<[^>]*>"));
-    static const QRegularExpression space(QStringLiteral("\\s+"));
-    QString plain = expandMacros(text);
-    plain.replace(paragraph, QStringLiteral(" "));
-    plain.remove(tag);
-    plain.replace(space, QStringLiteral(" "));
-    return plain.trimmed();
 }
 
 void InstallSilentQuestion::writeLine(const QString &line)

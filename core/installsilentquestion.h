@@ -19,8 +19,6 @@ public:
 
     // The button's label without its shortcut marker ("Yes to All").
     static QString buttonName(int button);
-    // The text with macros expanded and rich-text tags removed, on one line.
-    static QString plainText(const QString &text);
 
 private:
     void writeLine(const QString &line);

@@ -6,6 +6,7 @@
 #include "core/installshutdownexception.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
+#include "core/plaintext.h"
 #include "installer/installconsolequestion.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
@@ -15,7 +16,6 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QLoggingCategory>
-#include <QRegularExpression>
 
 #include <cstdio>
 
@@ -130,9 +130,7 @@ void InstallApplication::reportInstallationError(const QString &message)
     if (m_wizard)
         m_wizard->reportInstallationError(expandMacros(message));
     else
-        writeTo(stderr,
-            QStringLiteral("error: ") + plainLines(message).replace(QLatin1Char('\n'), QLatin1Char(' '))
-                + QLatin1Char('\n'));
+        writeTo(stderr, QStringLiteral("error: ") + plainLine(message) + QLatin1Char('\n'));
 }
 
 void InstallApplication::showComplete(const QString &message)
@@ -258,19 +256,6 @@ QString InstallApplication::cancelLead(int mode)
         return QStringLiteral("Setup has not modified $(Product).");
     }
     return QStringLiteral("Setup has not installed $(Product).");
-}
-
-QString InstallApplication::plainLines(const QString &text)
-{
-    static const QRegularExpression lineBreak(
-        QStringLiteral("\\s*<(p|br|/p)\\s*/?>\\s*"), QRegularExpression::CaseInsensitiveOption);
-    static const QRegularExpression tag(QStringLiteral("<[^>]*>"));
-    static const QRegularExpression blankLines(QStringLiteral("\n{2,}"));
-    QString plain = expandMacros(text);
-    plain.replace(lineBreak, QStringLiteral("\n"));
-    plain.remove(tag);
-    plain.replace(blankLines, QStringLiteral("\n"));
-    return plain.trimmed();
 }
 
 void InstallApplication::onNextClicked(int id)

@@ -92,9 +92,6 @@ public:
     // The cancel confirmation's title and lead sentence, unexpanded.
     static QString cancelTitle(int mode);
     static QString cancelLead(int mode);
-    // The text as plain lines: macros expanded, "<p>" and "<br>" start a new
-    // line, other tags go.
-    static QString plainLines(const QString &text);
 
 public slots:
     void onNextClicked(int id);
