@@ -8,7 +8,6 @@ namespace {
 
 const quint64 BlockMagic = 0x314159265359ULL;
 const quint64 EndMagic = 0x177245385090ULL;
-const quint64 Mask48 = (quint64(1) << 48) - 1;
 // A magic number and the CRC behind it.
 const quint64 MarkBits = 48 + 32;
 const size_t ReadSize = size_t(1) << 20;

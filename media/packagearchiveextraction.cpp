@@ -24,12 +24,10 @@ namespace {
 
 // Members move from the decompressor to the writers in blocks of this size,
 // and no more than BufferLimit bytes wait between them. Members up to a
-// block are read whole and handed on together, up to HandOnBytes or
-// HandOnCount at a time.
+// block are read whole and handed on together, up to HandOnBytes at a time.
 const qint32 BlockSize = 1 << 20;
 const qint64 BufferLimit = qint64(8) << 20;
 const qint64 HandOnBytes = qint64(1) << 20;
-const int HandOnCount = 64;
 // A caller that must wait waits for this many files at once.
 const int TakeAhead = 32;
 // A writer keeps a folder's files up to this many bytes; a folder of large
