@@ -1,10 +1,16 @@
 # Shared settings for the project's own targets.
 
+if(SETUP_SANITIZE)
+  set(SETUP_SANITIZERS address,undefined)
+elseif(SETUP_SANITIZE_THREADS)
+  set(SETUP_SANITIZERS thread)
+endif()
+
 function(setup_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra)
-  if(SETUP_SANITIZE)
-    target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-omit-frame-pointer)
-    target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+  if(SETUP_SANITIZERS)
+    target_compile_options(${target} PRIVATE -fsanitize=${SETUP_SANITIZERS} -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${SETUP_SANITIZERS})
   endif()
 endfunction()
 
@@ -24,8 +30,8 @@ function(setup_library name)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
   setup_warnings(${name})
-  if(SETUP_SANITIZE)
-    target_link_options(${name} INTERFACE -fsanitize=address,undefined)
+  if(SETUP_SANITIZERS)
+    target_link_options(${name} INTERFACE -fsanitize=${SETUP_SANITIZERS})
   endif()
 endfunction()
 
