@@ -1,5 +1,7 @@
 #include "media/packagearchivebzblockdecoder.h"
 
+#include "media/packagearchivebitwriter.h"
+
 #include <bzlib.h>
 
 #include <array>
@@ -45,42 +47,6 @@ quint64 bitsAt(const uchar *data, size_t length, quint64 from, int count)
     return (word >> (64 - int(from % 8) - count)) & ((quint64(1) << count) - 1);
 }
 
-// Writes bits most significant first.
-class BitWriter
-{
-public:
-    explicit BitWriter(QByteArray &out)
-        : m_out(out)
-    { }
-    void put(quint64 value, int count)
-    {
-        for (int i = count - 1; i >= 0; --i) {
-            m_byte = uchar(m_byte << 1 | ((value >> i) & 1));
-            if (++m_used == 8)
-                flush();
-        }
-    }
-    void pad()
-    {
-        if (m_used > 0) {
-            m_byte = uchar(m_byte << (8 - m_used));
-            flush();
-        }
-    }
-
-private:
-    void flush()
-    {
-        m_out.append(char(m_byte));
-        m_byte = 0;
-        m_used = 0;
-    }
-
-    QByteArray &m_out;
-    uchar m_byte = 0;
-    int m_used = 0;
-};
-
 // The block's bits [from, to) of data as a stream of its own: header, the
 // block, the end mark and the one block's CRC as the stream's.
 QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint64 to, char level, quint32 crc)
@@ -101,13 +67,15 @@ QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint6
         for (size_t i = 0; i < whole; ++i)
             target[i] = uchar(source[i] << shift | source[i + 1] >> (8 - shift));
     }
-    BitWriter writer(out);
+    PackageArchiveBitWriter tail;
     const int rest = int(bits % 8);
     if (rest > 0)
-        writer.put(bitsAt(data, length, from + whole * 8, rest), rest);
-    writer.put(EndMagic, 48);
-    writer.put(crc, 32);
-    writer.pad();
+        tail.write(quint32(bitsAt(data, length, from + whole * 8, rest)), rest);
+    tail.write(quint32(EndMagic >> 32), 16);
+    tail.write(quint32(EndMagic), 32);
+    tail.write(crc, 32);
+    tail.padToByte();
+    out.append(tail.takeBytes());
     return out;
 }
 
@@ -174,7 +142,6 @@ struct PackageArchiveBzBlockDecoder::Task
     quint32 combinedCrc = 0;
     QByteArray input;
     QByteArray output;
-    bool decoded = false;
     bool failed = false;
     // Decodes to more than PieceSize: the input is kept for the reader.
     bool large = false;
@@ -185,42 +152,53 @@ PackageArchiveBzBlockDecoder::PackageArchiveBzBlockDecoder(
     : m_file(file)
     , m_start(start)
     , m_place(place)
-    , m_maxTasks(qMax(1, threads) + 1)
+    , m_work(threads, [] { return &PackageArchiveBzBlockDecoder::decode; })
+    , m_base(place.bit / 8)
+    , m_blockStart(place.bit)
+    , m_combined(place.combinedCrc)
 {
-    m_threads.emplace_back(&PackageArchiveBzBlockDecoder::scan, this);
-    for (int i = 0; i < qMax(1, threads); ++i)
-        m_threads.emplace_back(&PackageArchiveBzBlockDecoder::decodeLoop, this);
+    // The buffer holds the compressed bytes from byte m_base on.
+    if (::fseeko(m_file, off_t(m_start + qint64(m_base)), SEEK_SET) != 0) {
+        m_final = stop(Unusual);
+        return;
+    }
+    if (place.bit == 0) {
+        while (m_length < 4 && fill()) { }
+        if (m_length < 4 || m_buffer[0] != 'B' || m_buffer[1] != 'Z' || m_buffer[2] != 'h'
+            || m_buffer[3] < '1' || m_buffer[3] > '9') {
+            m_final = stop(Unusual);
+            return;
+        }
+        m_place.level = char(m_buffer[3]);
+        m_blockStart = 32;
+    }
 }
 
-PackageArchiveBzBlockDecoder::~PackageArchiveBzBlockDecoder()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_scannerWake.notify_all();
-    m_decoderWake.notify_all();
-    for (std::thread &thread : m_threads)
-        thread.join();
-}
+PackageArchiveBzBlockDecoder::~PackageArchiveBzBlockDecoder() = default;
 
 PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArray &bytes, Place &place)
 {
     if (m_large)
         return nextPiece(bytes, place);
-    std::shared_ptr<Task> task;
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_resultWake.wait(lock, [this] { return !m_tasks.empty() && m_tasks.front()->decoded; });
-        task = m_tasks.front();
-        // The end stays in place for any further call; a large block until
-        // its last piece.
-        if (task->kind == Block && !task->failed && !task->large)
-            m_tasks.pop_front();
+    if (m_final)
+        return m_final->kind;
+    // Keep every worker busy with the blocks behind this one.
+    while (!m_scanned && !m_work.full()) {
+        std::shared_ptr<Task> task = scan();
+        if (task->kind == Block) {
+            m_work.add(std::move(task));
+        } else {
+            m_scanned = true;
+            m_work.addDone(std::move(task));
+        }
     }
-    m_scannerWake.notify_one();
-    if (task->failed || task->kind != Block)
-        return task->failed ? Unusual : task->kind;
+    const std::shared_ptr<Task> task = m_work.takeOldest();
+    if (task->failed)
+        task->kind = Unusual;
+    if (task->kind != Block) {
+        m_final = task;
+        return task->kind;
+    }
     place.position = m_place.position;
     place.bit = task->bit;
     place.combinedCrc = task->combinedCrc;
@@ -242,16 +220,14 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QBy
     bytes.clear();
     const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, PieceSize);
     place = m_large->place;
-    if (step == OneBlockDecoding::Failed || (step == OneBlockDecoding::More && bytes.isEmpty()))
+    if (step == OneBlockDecoding::Failed || (step == OneBlockDecoding::More && bytes.isEmpty())) {
+        m_large.reset();
+        m_final = stop(Unusual);
         return Unusual;
+    }
     m_place.position += quint64(bytes.size());
     if (step == OneBlockDecoding::Finished) {
         m_large.reset();
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_tasks.pop_front();
-        }
-        m_scannerWake.notify_one();
         // A block that ended exactly where the worker stopped.
         if (bytes.isEmpty())
             return next(bytes, place);
@@ -259,176 +235,116 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QBy
     return Block;
 }
 
-bool PackageArchiveBzBlockDecoder::queue(std::shared_ptr<Task> task)
+bool PackageArchiveBzBlockDecoder::fill()
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_scannerWake.wait(lock, [this] { return m_stopping || int(m_tasks.size()) < m_maxTasks; });
-    if (m_stopping)
-        return false;
-    m_tasks.push_back(task);
-    if (task->kind == Block) {
-        m_toDecode.push_back(task);
-        lock.unlock();
-        m_decoderWake.notify_one();
-    } else {
-        task->decoded = true;
-        lock.unlock();
-        m_resultWake.notify_one();
-    }
-    return true;
-}
-
-bool PackageArchiveBzBlockDecoder::fill(std::vector<uchar> &buffer, size_t &length)
-{
-    if (buffer.size() < length + ReadSize)
-        buffer.resize(length + ReadSize);
-    const size_t got = std::fread(buffer.data() + length, 1, ReadSize, m_file);
-    length += got;
+    if (m_buffer.size() < m_length + ReadSize)
+        m_buffer.resize(m_length + ReadSize);
+    const size_t got = std::fread(m_buffer.data() + m_length, 1, ReadSize, m_file);
+    m_length += got;
+    m_atEnd = got == 0;
     return got > 0;
 }
 
-void PackageArchiveBzBlockDecoder::scan()
+std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder::stop(Result kind)
 {
-    const auto stop = [this](Result kind) {
-        auto task = std::make_shared<Task>();
-        task->kind = kind;
-        queue(task);
-    };
-    // The buffer holds the compressed bytes from byte base on.
-    const quint64 firstByte = m_place.bit / 8;
-    if (::fseeko(m_file, off_t(m_start + qint64(firstByte)), SEEK_SET) != 0)
-        return stop(Unusual);
-    std::vector<uchar> buffer;
-    size_t length = 0;
-    quint64 base = firstByte;
-    quint64 blockStart = m_place.bit;
-    quint32 combined = m_place.combinedCrc;
-    char level = m_place.level;
-    if (m_place.bit == 0) {
-        while (length < 4 && fill(buffer, length)) { }
-        if (length < 4 || buffer[0] != 'B' || buffer[1] != 'Z' || buffer[2] != 'h' || buffer[3] < '1'
-            || buffer[3] > '9')
-            return stop(Unusual);
-        level = char(buffer[3]);
-        blockStart = 32;
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_place.level = level;
-    }
-
-    // blockStart must hold a block's magic; the search for the next mark
-    // starts behind its CRC.
-    quint64 searchFrom = 0;
-    bool atEnd = false;
-    for (;;) {
-        const quint64 localStart = blockStart - base * 8;
-        while (length * 8 < localStart + MarkBits && !atEnd)
-            atEnd = !fill(buffer, length);
-        if (length * 8 < localStart + MarkBits)
-            return stop(Unusual);
-        const quint64 mark = bitsAt(buffer.data(), length, localStart, 48);
-        if (mark == EndMagic) {
-            const quint32 stored = quint32(bitsAt(buffer.data(), length, localStart + 48, 32));
-            return stop(stored == combined ? End : Unusual);
-        }
-        if (mark != BlockMagic)
-            return stop(Unusual);
-        const quint32 crc = quint32(bitsAt(buffer.data(), length, localStart + 48, 32));
-
-        // Find the next mark: a candidate second byte, then the whole 48 bits.
-        if (searchFrom < localStart + MarkBits)
-            searchFrom = localStart + MarkBits;
-        quint64 next = 0;
-        bool found = false;
-        while (!found) {
-            const size_t firstByte = size_t(searchFrom / 8);
-            for (size_t j = firstByte + 1; j < length && !found; ++j) {
-                const quint16 shifts = Candidates[buffer[j]];
-                if (shifts == 0)
-                    continue;
-                for (int shift = 0; shift < 8 && !found; ++shift) {
-                    if (!(shifts & (0x101u << shift)))
-                        continue;
-                    const quint64 at = quint64(j - 1) * 8 + quint64(shift);
-                    if (at < searchFrom)
-                        continue;
-                    if (at + MarkBits > length * 8) {
-                        // Decide once more bytes are in, unless there are none.
-                        if (atEnd)
-                            continue;
-                        j = length;
-                        break;
-                    }
-                    const quint64 value = bitsAt(buffer.data(), length, at, 48);
-                    if (value == BlockMagic || value == EndMagic) {
-                        next = at;
-                        found = true;
-                    }
-                }
-            }
-            if (found)
-                break;
-            if (length - size_t(localStart / 8) > MaxBlockInput)
-                return stop(Unusual);
-            // Keep the last bytes, a mark may straddle what is read next.
-            searchFrom = length * 8 > 96 ? length * 8 - 96 : 0;
-            if (searchFrom < localStart + MarkBits)
-                searchFrom = localStart + MarkBits;
-            if (atEnd)
-                return stop(Unusual);
-            atEnd = !fill(buffer, length);
-        }
-
-        auto task = std::make_shared<Task>();
-        task->kind = Block;
-        task->bit = blockStart;
-        task->combinedCrc = combined;
-        task->input = oneBlockStream(buffer.data(), length, localStart, next, level, crc);
-        if (!queue(task))
-            return;
-        combined = (combined << 1 | combined >> 31) ^ crc;
-        blockStart = base * 8 + next;
-        searchFrom = 0;
-
-        // Drop the bytes before the next block.
-        const size_t keep = size_t(next / 8);
-        std::copy(buffer.begin() + qptrdiff(keep), buffer.begin() + qptrdiff(length), buffer.begin());
-        length -= keep;
-        base += keep;
-    }
+    auto task = std::make_shared<Task>();
+    task->kind = kind;
+    return task;
 }
 
-void PackageArchiveBzBlockDecoder::decodeLoop()
+// Finds the block at m_blockStart and the mark behind it: the block as a
+// task to decode, or the stream's end, or Unusual.
+std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder::scan()
 {
-    for (;;) {
-        std::shared_ptr<Task> task;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_decoderWake.wait(lock, [this] { return m_stopping || !m_toDecode.empty(); });
-            if (m_stopping)
-                return;
-            task = m_toDecode.front();
-            m_toDecode.pop_front();
+    // m_blockStart must hold a block's magic; the search for the next mark
+    // starts behind its CRC.
+    const quint64 localStart = m_blockStart - m_base * 8;
+    while (m_length * 8 < localStart + MarkBits && fill()) { }
+    if (m_length * 8 < localStart + MarkBits)
+        return stop(Unusual);
+    const uchar *data = m_buffer.data();
+    const quint64 mark = bitsAt(data, m_length, localStart, 48);
+    if (mark == EndMagic) {
+        const quint32 stored = quint32(bitsAt(data, m_length, localStart + 48, 32));
+        return stop(stored == m_combined ? End : Unusual);
+    }
+    if (mark != BlockMagic)
+        return stop(Unusual);
+    const quint32 crc = quint32(bitsAt(data, m_length, localStart + 48, 32));
+
+    // Find the next mark: a candidate second byte, then the whole 48 bits.
+    quint64 searchFrom = localStart + MarkBits;
+    quint64 next = 0;
+    bool found = false;
+    while (!found) {
+        data = m_buffer.data();
+        const size_t firstByte = size_t(searchFrom / 8);
+        for (size_t j = firstByte + 1; j < m_length && !found; ++j) {
+            const quint16 shifts = Candidates[data[j]];
+            if (shifts == 0)
+                continue;
+            for (int shift = 0; shift < 8 && !found; ++shift) {
+                if (!(shifts & (0x101u << shift)))
+                    continue;
+                const quint64 at = quint64(j - 1) * 8 + quint64(shift);
+                if (at < searchFrom)
+                    continue;
+                if (at + MarkBits > m_length * 8) {
+                    // Decide once more bytes are in, unless there are none.
+                    if (m_atEnd)
+                        continue;
+                    j = m_length;
+                    break;
+                }
+                const quint64 value = bitsAt(data, m_length, at, 48);
+                if (value == BlockMagic || value == EndMagic) {
+                    next = at;
+                    found = true;
+                }
+            }
         }
-        OneBlockDecoding decoding(std::move(task->input));
-        OneBlockDecoding::Step step = OneBlockDecoding::More;
-        // Most blocks decode to 900 000 bytes or less: room grows from 1 MiB.
-        while (step == OneBlockDecoding::More && unsigned(task->output.size()) < PieceSize) {
-            const unsigned room = qMax(1u << 20, unsigned(task->output.size()));
-            step = decoding.decode(task->output, qMin(room, PieceSize - unsigned(task->output.size())));
-        }
-        const bool large = step == OneBlockDecoding::More;
-        if (large) {
-            task->output = QByteArray();
-            task->input = decoding.takeInput();
-        }
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            task->failed = step == OneBlockDecoding::Failed;
-            task->large = large;
-            task->decoded = true;
-        }
-        m_resultWake.notify_one();
+        if (found)
+            break;
+        if (m_length - size_t(localStart / 8) > MaxBlockInput)
+            return stop(Unusual);
+        // Keep the last bytes, a mark may straddle what is read next.
+        searchFrom = m_length * 8 > 96 ? m_length * 8 - 96 : 0;
+        if (searchFrom < localStart + MarkBits)
+            searchFrom = localStart + MarkBits;
+        if (m_atEnd)
+            return stop(Unusual);
+        fill();
+    }
+
+    auto task = std::make_shared<Task>();
+    task->kind = Block;
+    task->bit = m_blockStart;
+    task->combinedCrc = m_combined;
+    task->input = oneBlockStream(m_buffer.data(), m_length, localStart, next, m_place.level, crc);
+    m_combined = (m_combined << 1 | m_combined >> 31) ^ crc;
+    m_blockStart = m_base * 8 + next;
+
+    // Drop the bytes before the next block.
+    const size_t keep = size_t(next / 8);
+    std::copy(m_buffer.begin() + qptrdiff(keep), m_buffer.begin() + qptrdiff(m_length), m_buffer.begin());
+    m_length -= keep;
+    m_base += keep;
+    return task;
+}
+
+void PackageArchiveBzBlockDecoder::decode(Task &task)
+{
+    OneBlockDecoding decoding(std::move(task.input));
+    OneBlockDecoding::Step step = OneBlockDecoding::More;
+    // Most blocks decode to 900 000 bytes or less: room grows from 1 MiB.
+    while (step == OneBlockDecoding::More && unsigned(task.output.size()) < PieceSize) {
+        const unsigned room = qMax(1u << 20, unsigned(task.output.size()));
+        step = decoding.decode(task.output, qMin(room, PieceSize - unsigned(task.output.size())));
+    }
+    task.failed = step == OneBlockDecoding::Failed;
+    task.large = step == OneBlockDecoding::More;
+    if (task.large) {
+        task.output = QByteArray();
+        task.input = decoding.takeInput();
     }
 }

@@ -1,13 +1,11 @@
 #pragma once
 
+#include "media/packagearchiveorderedwork.h"
+
 #include <QByteArray>
 
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 // Decodes a bzip2 stream's blocks in parallel. A block starts with a 48-bit
@@ -19,6 +17,9 @@
 // not bzip2's, a block that does not decode, a CRC that does not match)
 // stops the decoder with Unusual, and the caller falls back to the plain
 // sequential decoder, which then reports whatever is wrong as it always did.
+// The scan runs on the caller's thread as it asks for blocks: finding a mark
+// costs a small part of decoding the block, so the workers of the ordered
+// work stay ahead without a thread of the scanner's own.
 class PackageArchiveBzBlockDecoder
 {
 public:
@@ -51,25 +52,30 @@ private:
     struct Task;
     struct LargeBlock;
 
-    void scan();
-    void decodeLoop();
-    bool fill(std::vector<uchar> &buffer, size_t &length);
-    bool queue(std::shared_ptr<Task> task);
+    std::shared_ptr<Task> scan();
+    // A worker's job: decodes one block, or keeps the input of a block that
+    // decodes to more than a piece for the reader.
+    static void decode(Task &task);
+    static std::shared_ptr<Task> stop(Result kind);
+    bool fill();
     Result nextPiece(QByteArray &bytes, Place &place);
 
     FILE *m_file;
     qint64 m_start;
     Place m_place;
-    std::mutex m_mutex;
-    std::condition_variable m_scannerWake;
-    std::condition_variable m_decoderWake;
-    std::condition_variable m_resultWake;
-    bool m_stopping = false;
-    // Tasks in stream order, decoded or not; the scanner's end is a task too.
-    std::deque<std::shared_ptr<Task>> m_tasks;
-    std::deque<std::shared_ptr<Task>> m_toDecode;
-    std::vector<std::thread> m_threads;
-    int m_maxTasks;
-    // The large block the reader is decoding, if any (reader's thread only).
+    PackageArchiveOrderedWork<Task> m_work;
+    // The end of the stream, or the first thing unusual, once it is taken:
+    // every further call gives it again.
+    std::shared_ptr<Task> m_final;
+    bool m_scanned = false;
+    // The scan's compressed bytes, from byte m_base of the stream on.
+    std::vector<uchar> m_buffer;
+    size_t m_length = 0;
+    quint64 m_base = 0;
+    bool m_atEnd = false;
+    // The next block's first bit, and the CRC of the blocks before it.
+    quint64 m_blockStart = 0;
+    quint32 m_combined = 0;
+    // The large block the reader is decoding, if any.
     std::unique_ptr<LargeBlock> m_large;
 };
