@@ -51,6 +51,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,63 +123,14 @@ struct FileCloser
 using FilePointer = std::unique_ptr<FILE, FileCloser>;
 
 // Wildcard match: "*" any run (also across "/"), "?" one character,
-// "[set]" / "[!set]" with ranges "a-z". An unclosed "[" is a literal.
-bool wildcardMatch(QStringView pattern, QStringView text)
+// "[set]" / "[!set]" with ranges "a-z"; an unclosed "[" is a literal and a
+// backslash is no escape. Names are Latin-1, one byte a character, so a
+// pattern beyond Latin-1 matches none.
+bool wildcardMatch(const QString &pattern, const QString &name)
 {
-    qsizetype p = 0, t = 0;
-    qsizetype starPattern = -1, starText = 0;
-    while (t < text.size()) {
-        bool matched = false;
-        qsizetype next = p + 1;
-        if (p < pattern.size()) {
-            const QChar c = pattern[p];
-            if (c == QLatin1Char('*')) {
-                starPattern = p++;
-                starText = t;
-                continue;
-            }
-            if (c == QLatin1Char('?')) {
-                matched = true;
-            } else if (c == QLatin1Char('[')) {
-                qsizetype i = p + 1;
-                const bool negate = i < pattern.size() && pattern[i] == QLatin1Char('!');
-                if (negate)
-                    ++i;
-                const qsizetype first = i;
-                bool inSet = false;
-                while (i < pattern.size() && (pattern[i] != QLatin1Char(']') || i == first)) {
-                    if (i + 2 < pattern.size() && pattern[i + 1] == QLatin1Char('-')
-                        && pattern[i + 2] != QLatin1Char(']')) {
-                        inSet = inSet || (text[t] >= pattern[i] && text[t] <= pattern[i + 2]);
-                        i += 3;
-                    } else {
-                        inSet = inSet || text[t] == pattern[i];
-                        ++i;
-                    }
-                }
-                if (i < pattern.size()) {
-                    matched = inSet != negate;
-                    next = i + 1;
-                } else {
-                    matched = text[t] == c;
-                }
-            } else {
-                matched = text[t] == c;
-            }
-        }
-        if (matched) {
-            p = next;
-            ++t;
-        } else if (starPattern >= 0) {
-            p = starPattern + 1;
-            t = ++starText;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == QLatin1Char('*'))
-        ++p;
-    return p == pattern.size();
+    if (std::any_of(pattern.begin(), pattern.end(), [](QChar c) { return c.unicode() > 0xFF; }))
+        return false;
+    return ::fnmatch(pattern.toLatin1().constData(), name.toLatin1().constData(), FNM_NOESCAPE) == 0;
 }
 
 // The table holds a name one byte a character; any other character would be
@@ -491,7 +443,7 @@ QList<PackageArchiveFile> PackageArchive::entries(const QString &pattern) const
 PackageArchiveFile PackageArchive::packageDescription() const
 {
     for (const auto &data : m_members) {
-        if (wildcardMatch(u"*_package.xml", data->name))
+        if (wildcardMatch(QStringLiteral("*_package.xml"), data->name))
             return PackageArchiveFile(data.get());
     }
     return PackageArchiveFile();

@@ -336,6 +336,7 @@ void tst_Media::lookup_data()
     QTest::newRow("a bracket first in a set") << "[]x]*" << QStringList { "]x" };
     QTest::newRow("an unclosed bracket is itself") << "odd[" << QStringList { "odd[" };
     QTest::newRow("the whole name only") << "lib" << QStringList();
+    QTest::newRow("beyond Latin-1, nothing") << QStringLiteral("lib/\u0101.so") << QStringList();
 }
 
 void tst_Media::lookup()
