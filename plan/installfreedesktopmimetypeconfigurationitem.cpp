@@ -10,6 +10,7 @@
 #include <QBuffer>
 #include <QFile>
 #include <QImage>
+#include <QXmlStreamWriter>
 
 InstallFreeDesktopMimeTypeConfigurationItem::InstallFreeDesktopMimeTypeConfigurationItem(quint32 systemWide,
     const QString &mimeType, const QString &comment, const QString &parentType, const QString &extension,
@@ -50,19 +51,25 @@ QString InstallFreeDesktopMimeTypeConfigurationItem::iconPath(int size) const
 void InstallFreeDesktopMimeTypeConfigurationItem::installAction()
 {
     FileUtils::makePath(m_dataFolder + QStringLiteral("/mime/packages"));
-    // The values are our own constants; they are written as they are.
-    QString package
-        = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                         "<mime-info xmlns=\"http://www.freedesktop.org/standards/shared-mime-info\">\n");
-    package += QStringLiteral("  <mime-type type=\"") + m_mimeType + QStringLiteral("\">\n");
-    if (!m_parentType.isEmpty())
-        package += QStringLiteral("    <sub-class-of type=\"") + m_parentType + QStringLiteral("\"/>\n");
-    package += QStringLiteral("    <comment>") + m_comment + QStringLiteral("</comment>\n");
-    package += QStringLiteral("    <glob pattern=\"*") + m_extension + QStringLiteral("\"/>\n");
-    package += QStringLiteral("  </mime-type>\n"
-                              "</mime-info>\n");
+    QByteArray package;
+    QXmlStreamWriter xml(&package);
+    xml.setAutoFormatting(true);
+    xml.setAutoFormattingIndent(2);
+    xml.writeStartDocument();
+    xml.writeDefaultNamespace(QStringLiteral("http://www.freedesktop.org/standards/shared-mime-info"));
+    xml.writeStartElement(QStringLiteral("mime-info"));
+    xml.writeStartElement(QStringLiteral("mime-type"));
+    xml.writeAttribute(QStringLiteral("type"), m_mimeType);
+    if (!m_parentType.isEmpty()) {
+        xml.writeEmptyElement(QStringLiteral("sub-class-of"));
+        xml.writeAttribute(QStringLiteral("type"), m_parentType);
+    }
+    xml.writeTextElement(QStringLiteral("comment"), m_comment);
+    xml.writeEmptyElement(QStringLiteral("glob"));
+    xml.writeAttribute(QStringLiteral("pattern"), QLatin1Char('*') + m_extension);
+    xml.writeEndDocument();
     // The file is replaced whole: a link planted in its place is not followed.
-    if (!FileUtils::writeFile(packagePath(), package.toUtf8()))
+    if (!FileUtils::writeFile(packagePath(), package))
         throw InstallException(QStringLiteral("Cannot write Mime type file"));
 
     writeIcons();
