@@ -1,18 +1,6 @@
 #include "core/runcommand.h"
 
-#include "core/descriptor.h"
-
-#include <QByteArray>
-#include <QFile>
-
-#include <vector>
-
-#include <cerrno>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
+#include <QProcess>
 
 namespace {
 
@@ -48,39 +36,6 @@ bool takeRedirection(QStringList &arguments, Redirection *redirection)
     return true;
 }
 
-// Reads what is available; false once the pipe has nothing more to give.
-bool drain(int fd, const std::function<void(const QByteArray &)> &receiver)
-{
-    char buffer[4096];
-    for (;;) {
-        const ssize_t got = ::read(fd, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return false;
-        if (receiver)
-            receiver(QByteArray(buffer, int(got)));
-        return true;
-    }
-}
-
-int waitForChild(pid_t child)
-{
-    const struct timespec pause = { 0, 10 * 1000 * 1000 };
-    for (;;) {
-        int status = 0;
-        const pid_t done = ::waitpid(child, &status, WNOHANG);
-        if (done == child) {
-            if (WIFEXITED(status))
-                return static_cast<signed char>(WEXITSTATUS(status));
-            return -1;
-        }
-        if (done < 0 && errno != EINTR)
-            return -1;
-        ::nanosleep(&pause, nullptr);
-    }
-}
-
 } // namespace
 
 int runCommand(const QStringList &arguments, const QString &workingDirectory, bool captureOutput,
@@ -91,75 +46,33 @@ int runCommand(const QStringList &arguments, const QString &workingDirectory, bo
     if (!takeRedirection(commandLine, &redirection) || commandLine.isEmpty())
         return -1;
 
-    Descriptor redirected;
-    if (redirection.standardOutput || redirection.standardError) {
-        const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (redirection.append ? O_APPEND : O_TRUNC);
-        redirected.reset(::open(QFile::encodeName(redirection.file).constData(), flags, 0666));
-        if (redirected.get() < 0)
-            return -1;
+    QProcess process;
+    process.setProgram(commandLine.takeFirst());
+    process.setArguments(commandLine);
+    process.setWorkingDirectory(workingDirectory);
+    // What is neither captured nor redirected goes where the installer's own goes.
+    process.setInputChannelMode(QProcess::ForwardedInputChannel);
+    process.setProcessChannelMode(captureOutput ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
+    const QIODevice::OpenMode mode = redirection.append ? QIODevice::Append : QIODevice::Truncate;
+    if (redirection.standardOutput && redirection.standardError) {
+        // Both through one descriptor, so that neither writes over the other.
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setStandardOutputFile(redirection.file, mode);
+    } else if (redirection.standardOutput) {
+        process.setStandardOutputFile(redirection.file, mode);
+    } else if (redirection.standardError) {
+        process.setStandardErrorFile(redirection.file, mode);
     }
-
-    // Everything the child needs is prepared before fork: after it only
-    // async-signal-safe calls are allowed.
-    std::vector<QByteArray> encoded;
-    encoded.reserve(size_t(commandLine.size()));
-    for (const QString &argument : commandLine)
-        encoded.push_back(QFile::encodeName(argument));
-    std::vector<char *> argv;
-    for (QByteArray &argument : encoded)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    const QByteArray directory = QFile::encodeName(workingDirectory);
-
-    Descriptor outRead, outWrite, errRead, errWrite;
-    if (captureOutput) {
-        int out[2], err[2];
-        if (::pipe2(out, O_CLOEXEC) != 0)
-            return -1;
-        outRead.reset(out[0]);
-        outWrite.reset(out[1]);
-        if (::pipe2(err, O_CLOEXEC) != 0)
-            return -1;
-        errRead.reset(err[0]);
-        errWrite.reset(err[1]);
-    }
-
-    const pid_t child = ::fork();
-    if (child < 0)
+    process.start();
+    if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit)
         return -1;
-    if (child == 0) {
-        if (captureOutput && (::dup2(outWrite.get(), 1) < 0 || ::dup2(errWrite.get(), 2) < 0))
-            ::_exit(-1);
-        if (redirection.standardOutput && ::dup2(redirected.get(), 1) < 0)
-            ::_exit(-1);
-        if (redirection.standardError && ::dup2(redirected.get(), 2) < 0)
-            ::_exit(-1);
-        if (!directory.isEmpty() && ::chdir(directory.constData()) != 0)
-            ::_exit(-1);
-        ::execvp(argv[0], argv.data());
-        ::_exit(-1);
-    }
-
-    redirected.reset();
     if (captureOutput) {
-        // Our copies of the write ends must go, or the pipes never hang up.
-        outWrite.reset();
-        errWrite.reset();
-        bool outOpen = true;
-        bool errOpen = true;
-        while (outOpen || errOpen) {
-            struct pollfd fds[2] = { { outOpen ? outRead.get() : -1, POLLIN, 0 },
-                { errOpen ? errRead.get() : -1, POLLIN, 0 } };
-            const int ready = ::poll(fds, 2, 100);
-            if (ready < 0 && errno != EINTR)
-                break;
-            if (ready <= 0)
-                continue;
-            if (fds[0].revents & (POLLIN | POLLHUP | POLLERR))
-                outOpen = drain(outRead.get(), receivers.standardOutput);
-            if (fds[1].revents & (POLLIN | POLLHUP | POLLERR))
-                errOpen = drain(errRead.get(), receivers.standardError);
-        }
+        const QByteArray standardOutput = process.readAllStandardOutput();
+        if (!standardOutput.isEmpty() && receivers.standardOutput)
+            receivers.standardOutput(standardOutput);
+        const QByteArray standardError = process.readAllStandardError();
+        if (!standardError.isEmpty() && receivers.standardError)
+            receivers.standardError(standardError);
     }
-    return waitForChild(child);
+    return static_cast<signed char>(process.exitCode());
 }

@@ -735,7 +735,8 @@ class Window(Case):
             if found:
                 break
             if self.process.poll() is not None:
-                self.fail("Setup ended without a window: %s" % self.process.stderr.read().decode(errors="replace"))
+                self.fail("Setup ended without a window, status %d: %s"
+                          % (self.process.returncode, self.process.stderr.read().decode(errors="replace")))
             self.assertLess(time.monotonic(), deadline, "no window appeared")
             time.sleep(0.2)
         self.window = found[0]
