@@ -20,6 +20,7 @@
 #include <QFile>
 #include <QFont>
 #include <QGuiApplication>
+#include <QLoggingCategory>
 
 #include <cerrno>
 #include <cstdio>
@@ -47,8 +48,28 @@ QString outOfMemory()
     return QStringLiteral("out of memory");
 }
 
-void discardMessage(QtMsgType, const QMessageLogContext &, const QString &)
-{ }
+QString noWindowMessage()
+{
+    return QStringLiteral("Cannot open the installer window: no display could be opened. "
+                          "Run Setup with --silent to install without a window");
+}
+
+// Set while the window's application starts: a display that answered the
+// probe may be gone by then, and the toolkit ends the process on that.
+bool startingWindow = false;
+QtMessageHandler toolkitHandler = nullptr;
+
+// The toolkit aborts after a fatal message; a run ends with an error line
+// and status 1 instead. Other messages are the logging rules' to show.
+void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (type != QtFatalMsg) {
+        toolkitHandler(type, context, message);
+        return;
+    }
+    printError(startingWindow ? noWindowMessage() : message);
+    ::_exit(1);
+}
 
 bool parseId(const char *text, unsigned long *id)
 {
@@ -162,8 +183,10 @@ int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
         commandLineError = e.message();
     }
 
-    // The toolkit's own messages would only confuse the console output.
-    qInstallMessageHandler(discardMessage);
+    // The toolkit's messages, and ours, would only confuse the console output;
+    // QT_LOGGING_RULES (such as "setup.*=true") turns them on again.
+    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
+    toolkitHandler = qInstallMessageHandler(handleMessage);
     // A silent installation still shows the agreement in a window when it
     // was not accepted on the command line and a display answers; the run
     // itself stays silent.
@@ -175,16 +198,15 @@ int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
         application = std::make_unique<QCoreApplication>(m_argc, m_argv);
     } else if (commandLine.isSilent() || displayAvailable()) {
         QGuiApplication::setDesktopSettingsAware(false);
+        startingWindow = true;
         application = factory.createApplication(m_argc, m_argv);
+        startingWindow = false;
         // Plug-ins found after this point (styles, themes of the desktop) stay out.
         QCoreApplication::setLibraryPaths(QStringList());
         QGuiApplication::setFont(QFont(QStringLiteral("Sans"), 10));
     } else {
         // A command-line error is the more precise message of the two.
-        const QString noWindow
-            = QStringLiteral("Cannot open the installer window: no display could be opened. "
-                             "Run Setup with --silent to install without a window");
-        printError(commandLineError.isEmpty() ? noWindow : commandLineError);
+        printError(commandLineError.isEmpty() ? noWindowMessage() : commandLineError);
         return InstallApplication::Failed;
     }
     if (anotherInstallerRuns(!commandLine.isSilent())) {
