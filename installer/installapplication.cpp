@@ -8,6 +8,7 @@
 #include "core/macrotable.h"
 #include "core/plaintext.h"
 #include "installer/installconsolequestion.h"
+#include "installer/installerlogging.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
 #include "media/packagearchiveinstallmedia.h"
@@ -15,11 +16,8 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QLoggingCategory>
 
 #include <cstdio>
-
-Q_LOGGING_CATEGORY(lcApplication, "setup.installer")
 
 namespace {
 
@@ -126,7 +124,7 @@ void InstallApplication::handleEvent(const std::function<void()> &handler)
 
 void InstallApplication::reportInstallationError(const QString &message)
 {
-    qCInfo(lcApplication) << "Installation error:" << message;
+    qCInfo(lcInstaller) << "Installation error:" << message;
     if (m_wizard)
         m_wizard->reportInstallationError(expandMacros(message));
     else
@@ -271,7 +269,7 @@ void InstallApplication::onNextClicked(int id)
         } catch (const InstallUserCancelException &) {
             showFailed(cancelledMessage(m_mode));
         } catch (const InstallShutdownException &) {
-            qCInfo(lcApplication) << "Run stopped on request";
+            qCInfo(lcInstaller) << "Run stopped on request";
             quit(Failed);
         }
     });

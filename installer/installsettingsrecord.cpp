@@ -6,6 +6,7 @@
 #include "core/hexception.h"
 #include "core/installmode.h"
 #include "core/macrotable.h"
+#include "installer/installerlogging.h"
 #include "plan/installconfigurationlist.h"
 #include "plan/installconfigurationstate.h"
 #include "plan/installsettingkeyconfigurationitem.h"
@@ -14,15 +15,12 @@
 #include <QDomDocument>
 #include <QFile>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QXmlStreamWriter>
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcRecord, "setup.installer")
 
 namespace {
 
@@ -47,7 +45,7 @@ void recordSettingKeys(const InstallConfigurationItem *item)
 {
     if (const auto *key = qobject_cast<const InstallSettingKeyConfigurationItem *>(item)) {
         if (!key->recordValues())
-            qCWarning(lcRecord) << "Cannot write the settings key" << key->key();
+            qCWarning(lcInstaller) << "Cannot write the settings key" << key->key();
     }
     for (const InstallConfigurationItem *child : item->children())
         recordSettingKeys(child);
@@ -132,7 +130,7 @@ bool InstallSettingsRecord::save(const QString &path) const
 
     // Replaced whole, never written through a link planted in its place.
     if (!FileUtils::writeFile(path, toAscii(document)))
-        qCWarning(lcRecord) << "Cannot write the installation record" << path;
+        qCWarning(lcInstaller) << "Cannot write the installation record" << path;
     recordSettingKeys(m_list);
     return true;
 }

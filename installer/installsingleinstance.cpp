@@ -1,12 +1,12 @@
 #include "installer/installsingleinstance.h"
 
 #include "core/descriptor.h"
+#include "installer/installerlogging.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalSocket>
-#include <QLoggingCategory>
 
 #include <QFile>
 
@@ -15,8 +15,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcInstance, "setup.installer")
 
 namespace {
 
@@ -53,7 +51,7 @@ InstallSingleInstance::InstallSingleInstance(
     m_serverName = folder + QLatin1Char('/') + base + QStringLiteral(".socket");
     const Descriptor folderFd(openPrivateFolder(folder));
     if (folderFd.get() < 0) {
-        qCWarning(lcInstance) << "no single-instance guard: not a private folder" << folder;
+        qCWarning(lcInstaller) << "no single-instance guard: not a private folder" << folder;
         return;
     }
     m_lockFd = ::openat(folderFd.get(), QFile::encodeName(base + QStringLiteral(".lock")).constData(),
@@ -66,7 +64,7 @@ InstallSingleInstance::InstallSingleInstance(
         m_lockFd = -1;
     }
     if (m_lockFd < 0) {
-        qCWarning(lcInstance) << "no single-instance guard: cannot use the lock file in" << folder;
+        qCWarning(lcInstaller) << "no single-instance guard: cannot use the lock file in" << folder;
         return;
     }
     if (::flock(m_lockFd, LOCK_EX | LOCK_NB) != 0) {
@@ -81,7 +79,7 @@ InstallSingleInstance::InstallSingleInstance(
     // A socket left by a crashed instance would block listening.
     QLocalServer::removeServer(m_serverName);
     if (!m_server.listen(m_serverName))
-        qCWarning(lcInstance) << "cannot listen on" << m_serverName << m_server.errorString();
+        qCWarning(lcInstaller) << "cannot listen on" << m_serverName << m_server.errorString();
 }
 
 QString InstallSingleInstance::defaultFolder()

@@ -6,17 +6,15 @@
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
+#include "installer/installerlogging.h"
 #include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
 #include "plan/installconfigurationlist.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 
 #include <algorithm>
-
-Q_DECLARE_LOGGING_CATEGORY(lcApplication)
 
 namespace {
 
@@ -58,7 +56,7 @@ bool InstallStandardInstallerApplication::readRecord(const QString &path, QStrin
             *failure = record.failure();
         return false;
     }
-    qCInfo(lcApplication) << "Read the installation record" << path;
+    qCInfo(lcInstaller) << "Read the installation record" << path;
     if (expandMacros(QStringLiteral("$(SrcDir)")) != sourceBefore)
         followSourceFolder();
     return true;
@@ -68,7 +66,7 @@ void InstallStandardInstallerApplication::writeRecord()
 {
     const QString path = recordPath();
     if (!InstallSettingsRecord(list()).save(path))
-        qCWarning(lcApplication) << "Cannot record the installation in" << path;
+        qCWarning(lcInstaller) << "Cannot record the installation in" << path;
 }
 
 void InstallStandardInstallerApplication::start()
@@ -325,7 +323,7 @@ void InstallStandardInstallerApplication::finish(int id)
 {
     if (id == Page::CompletePage) {
         if (!wizard()->runClosingActions())
-            qCWarning(lcApplication) << "Cannot leave the closing commands";
+            qCWarning(lcInstaller) << "Cannot leave the closing commands";
         quit(mode() == InstallMode::Remove ? Removed : Succeeded);
     } else if (id == Page::FailedPage) {
         quit(Failed);

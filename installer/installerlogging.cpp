@@ -1,0 +1,3 @@
+#include "installer/installerlogging.h"
+
+Q_LOGGING_CATEGORY(lcInstaller, "setup.installer")
