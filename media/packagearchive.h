@@ -110,6 +110,16 @@ private:
     void clear();
     PackageArchiveData *appendMember(std::unique_ptr<PackageArchiveData> member);
     void writeBody(const QString &path, quint32 level);
+    // The names as stored; throws for a name the version cannot hold.
+    std::vector<QByteArray> storedNames() const;
+    std::vector<quint32> bodyOffsets(const std::vector<QByteArray> &names) const;
+    // Write the header and the table of contents into the file, which they
+    // take over, and return the stream the members follow in.
+    std::unique_ptr<PackageArchiveIOFileInterface> writeLegacyTable(FILE *output, quint32 level,
+        const std::vector<QByteArray> &names, const std::vector<quint32> &offsets);
+    std::unique_ptr<PackageArchiveIOFileInterface> writeTable(FILE *output, quint32 level,
+        const std::vector<QByteArray> &names, const std::vector<quint32> &offsets);
+    void writeMembers(PackageArchiveIOFileInterface &stream);
     void extractMembers(const QString &directory, bool overwrite, bool selectedOnly);
     // Hands a member's bytes from the body to deliver in blocks (until it
     // returns false), taking them from the stash when they were passed

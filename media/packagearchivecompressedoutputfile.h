@@ -18,6 +18,11 @@ public:
     // Flushes the compressor into the file and ends the stream; throws on
     // failure. Called once; the stream takes no writes afterwards.
     virtual void finish() = 0;
+    bool finishWriting() override
+    {
+        finish();
+        return close();
+    }
 
 protected:
     virtual void writeChunk(const char *buffer, qint32 size) = 0;

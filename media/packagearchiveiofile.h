@@ -19,6 +19,7 @@ public:
     qint32 read(char *buffer, qint32 size) override;
     qint32 write(const char *buffer, qint32 size) override;
     qint32 seek(qint64 position) override;
+    bool finishWriting() override { return close(); }
 
     FILE *file() const { return m_file; }
     // Flushes and closes the file; false when buffered bytes could not be

@@ -14,4 +14,8 @@ public:
     virtual qint32 write(const char *buffer, qint32 size) = 0;
     // Moves to an absolute position; 0 on success, -1 on failure.
     virtual qint32 seek(qint64 position) = 0;
+    // Ends a stream that was written: what is buffered goes into the file,
+    // which is closed. False when that failed; a compressing stream throws
+    // HException with its own message instead.
+    virtual bool finishWriting() = 0;
 };
