@@ -9,6 +9,7 @@
 #include "core/plaintext.h"
 #include "installer/installconsolequestion.h"
 #include "installer/installerlogging.h"
+#include "installer/installmodetexts.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
 #include "media/packagearchiveinstallmedia.h"
@@ -137,123 +138,28 @@ void InstallApplication::showComplete(const QString &message)
         ? QStringLiteral("<p>Click Finish to close the installer.")
         : QStringLiteral("<p>Click Finish to complete the installation.");
     if (m_wizard) {
-        m_wizard->setPageText(InstallWizardInterface::CompletePage, completeTitle(m_mode), message + closing);
+        m_wizard->setPageText(InstallWizardInterface::CompletePage,
+            InstallModeTexts::of(m_mode).completeTitle, message + closing);
         showPage(InstallWizardInterface::CompletePage);
     } else {
         // Nothing to click: the outcome alone.
         std::fflush(stderr);
-        writeTo(stdout, completeTitle(m_mode) + QLatin1Char('\n') + plainLines(message) + QLatin1Char('\n'));
+        writeTo(stdout,
+            InstallModeTexts::of(m_mode).completeTitle + QLatin1Char('\n') + plainLines(message)
+                + QLatin1Char('\n'));
     }
 }
 
 void InstallApplication::showFailed(const QString &message)
 {
     if (m_wizard) {
-        m_wizard->setPageText(InstallWizardInterface::FailedPage, failedTitle(m_mode),
+        m_wizard->setPageText(InstallWizardInterface::FailedPage, InstallModeTexts::of(m_mode).failedTitle,
             message + QStringLiteral("<p>Click Finish to terminate the installer."));
         showPage(InstallWizardInterface::FailedPage);
     } else {
-        writeTo(stdout, failedTitle(m_mode) + QLatin1Char('\n'));
+        writeTo(stdout, InstallModeTexts::of(m_mode).failedTitle + QLatin1Char('\n'));
         reportInstallationError(message);
     }
-}
-
-QString InstallApplication::completeTitle(int mode)
-{
-    switch (mode) {
-    case InstallMode::Modify:
-        return QStringLiteral("Modify Complete");
-    case InstallMode::Repair:
-        return QStringLiteral("Repair Complete");
-    case InstallMode::Remove:
-        return QStringLiteral("Uninstall Complete");
-    case InstallMode::Upgrade:
-        return QStringLiteral("Upgrade Complete");
-    }
-    return InstallMode::isInstallation(mode) ? QStringLiteral("Install Complete") : QString();
-}
-
-QString InstallApplication::failedTitle(int mode)
-{
-    switch (mode) {
-    case InstallMode::Modify:
-        return QStringLiteral("Modify Failed");
-    case InstallMode::Repair:
-        return QStringLiteral("Repair Failed");
-    case InstallMode::Remove:
-        return QStringLiteral("Uninstall Failed");
-    case InstallMode::Upgrade:
-        return QStringLiteral("Upgrade Failed");
-    }
-    return InstallMode::isInstallation(mode) ? QStringLiteral("Installation Failed") : QString();
-}
-
-QString InstallApplication::successMessage(int mode)
-{
-    switch (mode) {
-    case InstallMode::Modify:
-        return QStringLiteral("The $(Product) $(Version) installation has now been modified.");
-    case InstallMode::Remove:
-        // "had", as it has always read.
-        return QStringLiteral("$(Product) $(Version) had now been uninstalled.");
-    case InstallMode::Upgrade:
-        return QStringLiteral("$(Product) $(Version) has now been upgraded.");
-    }
-    return QStringLiteral("$(Product) $(Version) has now been installed.");
-}
-
-QString InstallApplication::failureMessage(int mode)
-{
-    switch (mode) {
-    case InstallMode::Modify:
-        return QStringLiteral("$(Product) $(Version) has not been modified successfully.");
-    case InstallMode::Remove:
-        return QStringLiteral("$(Product) $(Version) has not been uninstalled.");
-    case InstallMode::Upgrade:
-        return QStringLiteral("$(Product) $(Version) has not been upgraded.");
-    }
-    return QStringLiteral("$(Product) $(Version) has not been installed.");
-}
-
-QString InstallApplication::cancelledMessage(int mode)
-{
-    switch (mode) {
-    case InstallMode::Modify:
-        return QStringLiteral("Modify has been cancelled by user.");
-    case InstallMode::Repair:
-        return QStringLiteral("Repair has been cancelled by user.");
-    case InstallMode::Remove:
-        return QStringLiteral("Uninstall has been cancelled by user.");
-    case InstallMode::Upgrade:
-        return QStringLiteral("Upgrade has been cancelled by user.");
-    }
-    return QStringLiteral("Installation has been cancelled by user.");
-}
-
-QString InstallApplication::cancelTitle(int mode)
-{
-    switch (mode) {
-    case InstallMode::Repair:
-        return QStringLiteral("The installation repair is not complete");
-    case InstallMode::Remove:
-        return QStringLiteral("The installation removal is not complete");
-    case InstallMode::Modify:
-        return QStringLiteral("The installation modify is not complete");
-    }
-    return QStringLiteral("The installation is not complete");
-}
-
-QString InstallApplication::cancelLead(int mode)
-{
-    switch (mode) {
-    case InstallMode::Repair:
-        return QStringLiteral("Setup has not repaired $(Product).");
-    case InstallMode::Remove:
-        return QStringLiteral("Setup has not removed $(Product).");
-    case InstallMode::Modify:
-        return QStringLiteral("Setup has not modified $(Product).");
-    }
-    return QStringLiteral("Setup has not installed $(Product).");
 }
 
 void InstallApplication::onNextClicked(int id)
@@ -267,7 +173,7 @@ void InstallApplication::onNextClicked(int id)
         } catch (const InstallException &e) {
             showFailed(e.message());
         } catch (const InstallUserCancelException &) {
-            showFailed(cancelledMessage(m_mode));
+            showFailed(InstallModeTexts::of(m_mode).cancelled);
         } catch (const InstallShutdownException &) {
             qCInfo(lcInstaller) << "Run stopped on request";
             quit(Failed);
@@ -313,9 +219,9 @@ void InstallApplication::onCancelClicked(int id)
             : QStringLiteral(
                 "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
                 "to continue.");
-        const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
-            expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
-            InstallQuestion::Yes);
+        const int answer = m_wizard->question()->ask(expandMacros(InstallModeTexts::of(m_mode).cancelTitle),
+            expandMacros(InstallModeTexts::of(m_mode).cancelLead + question),
+            InstallQuestion::Yes | InstallQuestion::No, InstallQuestion::Yes);
         if (answer != InstallQuestion::Yes)
             return;
         if (running && m_operationRunning) {
@@ -374,8 +280,9 @@ bool InstallApplication::perform(Operation operation)
             stopped = true;
         } catch (const InstallUserCancelException &e) {
             // Silently nobody chose to stop: the failure that stopped the run is the news.
-            failure
-                = (m_runFlags & Silent) && !e.failure().isEmpty() ? e.failure() : cancelledMessage(m_mode);
+            failure = (m_runFlags & Silent) && !e.failure().isEmpty()
+                ? e.failure()
+                : InstallModeTexts::of(m_mode).cancelled;
         } catch (const InstallException &e) {
             failure = e.message();
         } catch (const HException &e) {
@@ -390,9 +297,9 @@ bool InstallApplication::perform(Operation operation)
     if (!failure.isEmpty())
         showFailed(failure);
     else if (succeeded)
-        showComplete(successMessage(m_mode));
+        showComplete(InstallModeTexts::of(m_mode).success);
     else
-        showFailed(failureMessage(m_mode));
+        showFailed(InstallModeTexts::of(m_mode).failure);
     if (!(succeeded && failure.isEmpty() && operation == Remove))
         writeRecord();
     return succeeded && failure.isEmpty();

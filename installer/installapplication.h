@@ -83,16 +83,6 @@ public:
     // on standard output and "error: " + message on standard error.
     void showFailed(const QString &message);
 
-    static QString completeTitle(int mode);
-    static QString failedTitle(int mode);
-    // The outcome texts of an operation, unexpanded.
-    static QString successMessage(int mode);
-    static QString failureMessage(int mode);
-    static QString cancelledMessage(int mode);
-    // The cancel confirmation's title and lead sentence, unexpanded.
-    static QString cancelTitle(int mode);
-    static QString cancelLead(int mode);
-
 public slots:
     void onNextClicked(int id);
     void onBackClicked(int id);
