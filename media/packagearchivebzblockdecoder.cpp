@@ -47,6 +47,32 @@ quint64 bitsAt(const uchar *data, size_t length, quint64 from, int count)
     return (word >> (64 - int(from % 8) - count)) & ((quint64(1) << count) - 1);
 }
 
+// Finds the first block or end mark at or after bit from of data: a
+// candidate second byte, then the whole 48 bits. A candidate that runs past
+// the data is decided once more bytes are in, unless there are none.
+bool findMark(const uchar *data, size_t length, quint64 from, bool atEnd, quint64 &mark)
+{
+    for (size_t j = size_t(from / 8) + 1; j < length; ++j) {
+        const quint16 shifts = Candidates[data[j]];
+        for (int shift = 0; shifts != 0 && shift < 8; ++shift) {
+            const quint64 at = quint64(j - 1) * 8 + quint64(shift);
+            if (!(shifts & (0x101u << shift)) || at < from)
+                continue;
+            if (at + MarkBits > length * 8) {
+                if (atEnd)
+                    continue;
+                return false;
+            }
+            const quint64 value = bitsAt(data, length, at, 48);
+            if (value == BlockMagic || value == EndMagic) {
+                mark = at;
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 // The block's bits [from, to) of data as a stream of its own: header, the
 // block, the end mark and the one block's CRC as the stream's.
 QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint64 to, char level, quint32 crc)
@@ -272,47 +298,13 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
         return stop(Unusual);
     const quint32 crc = quint32(bitsAt(data, m_length, localStart + 48, 32));
 
-    // Find the next mark: a candidate second byte, then the whole 48 bits.
     quint64 searchFrom = localStart + MarkBits;
     quint64 next = 0;
-    bool found = false;
-    while (!found) {
-        data = m_buffer.data();
-        const size_t firstByte = size_t(searchFrom / 8);
-        for (size_t j = firstByte + 1; j < m_length && !found; ++j) {
-            const quint16 shifts = Candidates[data[j]];
-            if (shifts == 0)
-                continue;
-            for (int shift = 0; shift < 8 && !found; ++shift) {
-                if (!(shifts & (0x101u << shift)))
-                    continue;
-                const quint64 at = quint64(j - 1) * 8 + quint64(shift);
-                if (at < searchFrom)
-                    continue;
-                if (at + MarkBits > m_length * 8) {
-                    // Decide once more bytes are in, unless there are none.
-                    if (m_atEnd)
-                        continue;
-                    j = m_length;
-                    break;
-                }
-                const quint64 value = bitsAt(data, m_length, at, 48);
-                if (value == BlockMagic || value == EndMagic) {
-                    next = at;
-                    found = true;
-                }
-            }
-        }
-        if (found)
-            break;
-        if (m_length - size_t(localStart / 8) > MaxBlockInput)
+    while (!findMark(m_buffer.data(), m_length, searchFrom, m_atEnd, next)) {
+        if (m_length - size_t(localStart / 8) > MaxBlockInput || m_atEnd)
             return stop(Unusual);
         // Keep the last bytes, a mark may straddle what is read next.
-        searchFrom = m_length * 8 > 96 ? m_length * 8 - 96 : 0;
-        if (searchFrom < localStart + MarkBits)
-            searchFrom = localStart + MarkBits;
-        if (m_atEnd)
-            return stop(Unusual);
+        searchFrom = qMax<quint64>(m_length * 8 > 96 ? m_length * 8 - 96 : 0, localStart + MarkBits);
         fill();
     }
 
