@@ -10,6 +10,9 @@ const quint64 BlockMagic = 0x314159265359ULL;
 const quint64 EndMagic = 0x177245385090ULL;
 // A magic number and the CRC behind it.
 const quint64 MarkBits = 48 + 32;
+// Reads start at the first size and grow with what the buffer holds, so that
+// a short stream, or one resumed near its end, is not charged a whole read.
+const size_t FirstReadSize = size_t(1) << 16;
 const size_t ReadSize = size_t(1) << 20;
 // No block of a valid stream comes near this many compressed bytes (its
 // uncompressed limit is 900 000).
@@ -280,9 +283,10 @@ bool PackageArchiveBzBlockDecoder::queue(std::shared_ptr<Task> task)
 
 bool PackageArchiveBzBlockDecoder::fill(std::vector<uchar> &buffer, size_t &length)
 {
-    if (buffer.size() < length + ReadSize)
-        buffer.resize(length + ReadSize);
-    const size_t got = std::fread(buffer.data() + length, 1, ReadSize, m_file);
+    const size_t want = qBound(FirstReadSize, length, ReadSize);
+    if (buffer.size() < length + want)
+        buffer.resize(length + want);
+    const size_t got = std::fread(buffer.data() + length, 1, want, m_file);
     length += got;
     return got > 0;
 }
