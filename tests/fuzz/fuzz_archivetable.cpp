@@ -11,12 +11,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    quietQt();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     // The reader wants a path; an in-memory file gives it one, one per process.

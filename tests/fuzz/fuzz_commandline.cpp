@@ -10,12 +10,6 @@
 
 #include <QStringList>
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    quietQt();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QStringList arguments = QString::fromUtf8(bytesOf(data, size)).split(QLatin1Char('\n'));

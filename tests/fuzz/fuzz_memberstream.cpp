@@ -9,12 +9,6 @@
 
 #include <memory>
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    quietQt();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     // Past one access point of the zlib stream (every MiB), and no further.

@@ -5,12 +5,6 @@
 #include "core/plaintextrenderer.h"
 #include "tests/fuzz/fuzzing.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    quietQt();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < 1)

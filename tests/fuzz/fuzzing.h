@@ -1,4 +1,4 @@
-// What the fuzz targets share: a quiet Qt, the input as a stdio stream, and
+// What the fuzz targets share: a quiet start, the input as a stdio stream, and
 // a check that stops the run where an invariant breaks.
 #pragma once
 
@@ -7,12 +7,13 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <pthread.h>
 
-// Messages the product logs for every damaged input would drown the fuzzer's.
-inline void quietQt()
+// Each target includes this once. Messages the product logs for every
+// damaged input would drown the fuzzer's.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    return 0;
 }
 
 // The readers take stdio files; bytes must outlive the stream.
