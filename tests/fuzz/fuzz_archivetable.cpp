@@ -19,9 +19,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, data, size, 0) != ssize_t(size))
         return 0;
     try {
-        PackageArchive::formatOf(path);
-    } catch (const HException &) { }
-    try {
         PackageArchive archive;
         archive.open(path, 0, size % 2 ? PackageArchive::SortedIndex : 0);
         archive.packageDescription();
