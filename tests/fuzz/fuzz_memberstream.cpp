@@ -44,8 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             require(QByteArrayView(block.constData(), length) == QByteArrayView(content).sliced(at, length));
         }
     } catch (const HException &) {
-        // Bytes the stream delivered once it delivers again.
-        __builtin_trap();
+        // An intact stream delivers its bytes again. Near where a damaged one
+        // breaks, what comes before the failure depends on the sizes of the
+        // requests (zlib holds back up to one match, libbz2 the request that
+        // meets the fault), so there a failure is no finding; other bytes are.
+        require(content.size() < cap);
     }
     return 0;
 }
