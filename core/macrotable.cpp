@@ -53,19 +53,41 @@ bool MacroTable::isPath(const QString &name) const
 
 QString MacroTable::expand(const QString &text) const
 {
+    const qsizetype room = text.size() + MaxGrowth;
     QString result = text;
-    for (;;) {
+    for (qsizetype pass = 0; pass <= m_entries.size(); ++pass) {
         // Every reference starts with "$(", so without one no pass can change anything.
         if (!result.contains(QLatin1String("$(")))
             return result;
         const QString before = result;
         for (auto it = m_entries.constBegin(); it != m_entries.constEnd(); ++it) {
-            if (it->pattern.isValid())
-                result.replace(it->pattern, it->value);
+            if (!it->pattern.isValid())
+                continue;
+            if (!it->value.isEmpty() && !fits(it->pattern, it->value, result, room))
+                return before;
+            result.replace(it->pattern, it->value);
         }
         if (result == before)
             return result;
     }
+    return result;
+}
+
+// Whether replacing the pattern's matches in text by value keeps it within
+// room characters. A value may refer to the groups of a name that holds
+// expression characters, each copying at most the whole text.
+bool MacroTable::fits(
+    const QRegularExpression &pattern, const QString &value, const QString &text, qsizetype room)
+{
+    const qsizetype each = pattern.captureCount() > 0 ? value.size() * (text.size() + 1) : value.size();
+    qsizetype size = text.size();
+    for (auto matches = pattern.globalMatch(text); matches.hasNext();) {
+        const qsizetype matched = matches.next().capturedLength();
+        if (each - matched > room - size)
+            return false;
+        size += each - matched;
+    }
+    return true;
 }
 
 void MacroTable::setDefaults()

@@ -24,8 +24,13 @@ public:
     QStringList names() const { return m_entries.keys(); }
 
     // Replaces every reference by its value, pass after pass, until a pass
-    // changes nothing. Undefined names stay as they are.
+    // changes nothing. Undefined names stay as they are. A value that refers
+    // to itself beside other text would grow without end: expansion stops
+    // after one pass per entry and one more, which resolves any chain that
+    // ends, or before a pass would make the text MaxGrowth characters longer
+    // than it was given, and returns the text of the last whole pass.
     QString expand(const QString &text) const;
+    static constexpr qsizetype MaxGrowth = 1 << 16;
 
     // Fills the start-up defaults from the product information. Overwrites
     // values, never removes names.
@@ -44,6 +49,8 @@ private:
     };
 
     Entry &entry(const QString &name);
+    static bool fits(
+        const QRegularExpression &pattern, const QString &value, const QString &text, qsizetype room);
 
     QMap<QString, Entry> m_entries;
 };

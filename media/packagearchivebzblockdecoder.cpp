@@ -12,6 +12,9 @@ const quint64 BlockMagic = 0x314159265359ULL;
 const quint64 EndMagic = 0x177245385090ULL;
 // A magic number and the CRC behind it.
 const quint64 MarkBits = 48 + 32;
+// Reads start at the first size and grow with what the buffer holds, so that
+// a short stream, or one resumed near its end, is not charged a whole read.
+const size_t FirstReadSize = size_t(1) << 16;
 const size_t ReadSize = size_t(1) << 20;
 // No block of a valid stream comes near this many compressed bytes (its
 // uncompressed limit is 900 000).
@@ -263,9 +266,10 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QBy
 
 bool PackageArchiveBzBlockDecoder::fill()
 {
-    if (m_buffer.size() < m_length + ReadSize)
-        m_buffer.resize(m_length + ReadSize);
-    const size_t got = std::fread(m_buffer.data() + m_length, 1, ReadSize, m_file);
+    const size_t want = qBound(FirstReadSize, m_length, ReadSize);
+    if (m_buffer.size() < m_length + want)
+        m_buffer.resize(m_length + want);
+    const size_t got = std::fread(m_buffer.data() + m_length, 1, want, m_file);
     m_length += got;
     m_atEnd = got == 0;
     return got > 0;

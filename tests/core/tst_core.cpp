@@ -94,6 +94,9 @@ void tst_Core::expand_data()
     QTest::newRow("cycle settles") << QStringList() << Assignments { { "A", "$(B)" }, { "B", "$(A)" } }
                                    << "$(A)"
                                    << "$(A)";
+    QTest::newRow("a value holding itself twice stops growing")
+        << QStringList() << Assignments { { "A", "$(A)$(A)" } } << "$(A)"
+        << QStringLiteral("$(A)").repeated(MacroTable::MaxGrowth / 4);
     QTest::newRow("reference assembled by expansion")
         << QStringList() << Assignments { { "Open", "$(" }, { "N", "Company)" } } << "$(Open)$(N)"
         << "Tamrin";

@@ -242,8 +242,6 @@ private slots:
     void bodyReadOnce();
     void bzip2AgainstReferences_data();
     void bzip2AgainstReferences();
-    void damagedBzip2_data();
-    void damagedBzip2();
     void resume_data();
     void resume();
 
@@ -807,53 +805,6 @@ void tst_Media::bzip2AgainstReferences()
         QVERIFY(all == bytes);
         QCOMPARE(readStream(stream, 1, &all).second, QStringLiteral("error reading from compressed stream"));
     }
-}
-
-void tst_Media::damagedBzip2_data()
-{
-    QTest::addColumn<QString>("damage");
-    QTest::newRow("a block's bits") << "block";
-    QTest::newRow("the stream's CRC") << "stream crc";
-    QTest::newRow("cut short") << "cut";
-    QTest::newRow("two streams") << "concatenated";
-}
-
-void tst_Media::damagedBzip2()
-{
-    QFETCH(QString, damage);
-    const QByteArray bytes = sample(2 << 20, 5);
-    QByteArray coded = run(QStringLiteral("bzip2"), { "-c", "-1" }, bytes);
-    if (damage == QLatin1String("block"))
-        coded[coded.size() / 2] = char(coded[coded.size() / 2] ^ 0x10);
-    else if (damage == QLatin1String("stream crc"))
-        coded[coded.size() - 2] = char(coded[coded.size() - 2] ^ 0x01);
-    else if (damage == QLatin1String("cut"))
-        coded.chop(coded.size() / 3);
-    else
-        coded += coded;
-    writeFile(path("damaged"), coded);
-    // The bytes libbz2's own reader delivers, then its failure.
-    const qint64 wanted = damage == QLatin1String("concatenated") ? 2 * bytes.size() : bytes.size();
-    FILE *file = std::fopen(QFile::encodeName(path("damaged")).constData(), "rb");
-    int error = BZ_OK;
-    BZFILE *handle = BZ2_bzReadOpen(&error, file, 0, 0, nullptr, 0);
-    QByteArray reference(int(wanted), Qt::Uninitialized);
-    qint64 delivered = 0;
-    for (int got = 0; delivered < wanted; delivered += got) {
-        got = BZ2_bzRead(
-            &error, handle, reference.data() + delivered, int(qMin<qint64>(16384, wanted - delivered)));
-        if (got != qMin<qint64>(16384, wanted - delivered) || (error != BZ_OK && error != BZ_STREAM_END))
-            break;
-    }
-    BZ2_bzReadClose(&error, handle);
-    std::fclose(file);
-    delivered -= delivered % 16384;
-    PackageArchiveCompressedBzInputFile stream(
-        std::fopen(QFile::encodeName(path("damaged")).constData(), "rb"));
-    QByteArray got;
-    QCOMPARE(readStream(stream, wanted, &got),
-        qMakePair(delivered, QStringLiteral("error reading from compressed stream")));
-    QVERIFY(got == reference.left(delivered));
 }
 
 void tst_Media::resume_data()
