@@ -798,6 +798,23 @@ class Window(Case):
         self.assertInstalled(exact=False)
         self.assertTrue(os.path.exists(self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)))
 
+    @unittest.skipUnless(os.geteuid() == 0, "needs root to mount a small file system")
+    def test_install_refused_for_space_goes_back_to_the_start_page(self):
+        small = os.path.join(self.tmp, "small")
+        os.makedirs(small)
+        self.mount("-t", "tmpfs", "-o", "size=1m", "tmpfs", small)
+        self.destination = small + "/dest"
+        self.start()
+        for key in ("alt+n", "alt+a", "alt+n", "alt+n", "alt+n", "alt+n"):
+            self.key(key)
+        start_page = self.last
+        self.key("alt+i")  # the question box: not enough space
+        self.key("Return")
+        self.assertTrue(self.last & start_page)
+        self.key("Escape")
+        subprocess.run(["xdotool", "key", "Return"], check=True)
+        self.assertEqual((self.finish()[0], os.listdir(small)), (1, []))
+
     def test_silent_run_reads_the_licence_in_the_window(self):
         for key, code, err in (("alt+d", 1, "error: License agreement not accepted\n"), ("alt+a", 0, "")):
             with self.subTest(key):
