@@ -406,6 +406,8 @@ bool InstallApplication::perform(Operation operation)
 
 bool InstallApplication::hasSpaceFor(Operation operation)
 {
+    if (operation == Remove)
+        return true;
     QString shortage;
     try {
         shortage = InstallDeploymentPlan(m_list, operation != Install, operation != Remove).spaceShortage();

@@ -73,7 +73,8 @@ void InstallDeploymentPlan::addStep(InstallConfigurationItem *item, bool removes
         = removes && item->installed() != InstallConfigurationItem::notInstalled && item->willUninstall();
     const bool installing = installs && item->willInstall()
         && (removing || item->installed() != InstallConfigurationItem::fullyInstalled);
-    if (removing || installing) {
+    // The list itself is the plan, not a step of it.
+    if ((removing || installing) && item->parentItem()) {
         m_steps.append(
             { item, removing, installing, installing ? item->installFootprint() : InstallFootprints(),
                 removing ? item->removalFootprint() : InstallFootprints() });
