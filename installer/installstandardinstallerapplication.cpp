@@ -114,6 +114,8 @@ void InstallStandardInstallerApplication::runSilent()
     try {
         Operation operation = Install;
         if (InstallMode::isInstallation(mode())) {
+            // A wrong title is told before the agreement is asked for.
+            InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
             // A dry run waits for nobody; a real one would stop here.
             if (!(runFlags() & LicenceAccepted) && commandLine().isDryRun())
                 throw HException(QStringLiteral("License agreement not accepted"));
@@ -127,9 +129,10 @@ void InstallStandardInstallerApplication::runSilent()
             if (readRecord(recordPath())) {
                 setMode(InstallMode::Upgrade);
                 checkInstallation();
+                // Finding what is installed selected it; the switches come after.
+                InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
                 operation = Upgrade;
             }
-            InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
         } else {
             locateInstallation();
             checkInstallation();
