@@ -9,6 +9,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <iterator>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,13 +27,18 @@ QString absoluteDestination(const QString &folder)
     return QDir::cleanPath(QDir::current().absoluteFilePath(folder));
 }
 
+// A value missing at the end of the line is taken as empty, not as an error.
+QString valueAfter(const QStringList &arguments, int &i)
+{
+    return ++i < arguments.size() ? arguments.at(i) : QString();
+}
+
 } // namespace
 
 void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
 {
-    // A value missing at the end of the line is taken as empty, not as an error.
     auto value = [&arguments](int &i) {
-        return ++i < arguments.size() ? arguments.at(i) : QString();
+        return valueAfter(arguments, i);
     };
 
     for (int i = 1; i < arguments.size(); ++i) {
@@ -63,7 +71,7 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
         } else if (option == QLatin1String("--user-mode-install")) {
             m_rootRequired = false;
             table.setPath(QStringLiteral("OSAppDir"), Places::userDataFolder());
-        } else {
+        } else if (!parseDeploymentOption(arguments, i)) {
             throw HException(QStringLiteral("Unknown command line option: '") + option + QLatin1Char('\''));
         }
     }
@@ -78,6 +86,8 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
         m_mode = InstallMode::Remove;
     else if (m_repair)
         m_mode = InstallMode::Repair;
+    if (m_hasInstallType && InstallMode::isInstallation(m_mode))
+        m_mode = m_installType;
 
     // A user maintains an installation of its own as it was made: in user
     // mode, without having to remember the option.
@@ -89,6 +99,39 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
     }
     if (m_rootRequired && !Console::isAdministrator())
         throw HException(QStringLiteral("The installer must be run as root"));
+}
+
+bool InstallCommandLine::parseDeploymentOption(const QStringList &arguments, int &i)
+{
+    const QString &option = arguments.at(i);
+    if (option == QLatin1String("--dry-run") || option == QLatin1String("--dry-run=json")) {
+        m_dryRun = option.endsWith(QLatin1String("json")) ? DryRunJson : DryRunText;
+        // A dry run shows no window and waits for no answer, with or without "--silent".
+        m_runFlags |= Silent;
+    } else if (option == QLatin1String("--install-type")) {
+        static const char *const types[] = { "minimal", "typical", "full", "custom" };
+        const QString type = valueAfter(arguments, i);
+        const auto found = std::find_if(std::begin(types), std::end(types), [&type](const char *name) {
+            return type.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+        });
+        if (found == std::end(types))
+            throw HException(QStringLiteral("Unknown installation type '") + type
+                + QStringLiteral("': use minimal, typical, full or custom"));
+        m_hasInstallType = true;
+        m_installType = InstallMode::Mode(found - std::begin(types));
+    } else if (option == QLatin1String("--feature")) {
+        // The title may hold "=", the state never does.
+        const QString assignment = valueAfter(arguments, i);
+        const int equals = assignment.lastIndexOf(QLatin1Char('='));
+        const QString state = assignment.mid(equals + 1).trimmed().toLower();
+        if (equals <= 0 || (state != QLatin1String("on") && state != QLatin1String("off")))
+            throw HException(QStringLiteral("--feature takes TITLE=on or TITLE=off, not '") + assignment
+                + QLatin1Char('\''));
+        m_featureSwitches.append({ assignment.left(equals).trimmed(), state == QLatin1String("on") });
+    } else {
+        return false;
+    }
+    return true;
 }
 
 bool InstallCommandLine::ownsInstallation(const MacroTable &table)

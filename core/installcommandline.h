@@ -2,6 +2,7 @@
 
 #include "core/installmode.h"
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -13,6 +14,15 @@ class MacroTable;
 class InstallCommandLine
 {
 public:
+    // How a dry run ("--dry-run", "--dry-run=json") prints its plan.
+    enum DryRun { NoDryRun, DryRunText, DryRunJson };
+    // One "--feature TITLE=on|off": a row of the custom setup page by its title.
+    struct FeatureSwitch
+    {
+        QString title;
+        bool on;
+    };
+
     // Run flags, as the application keeps them.
     enum RunFlag {
         Silent = 1,
@@ -41,8 +51,16 @@ public:
     // Signed hexadecimal without prefix; 0 when the text does not convert.
     qint64 dataOffset() const;
 
+    DryRun dryRun() const { return m_dryRun; }
+    bool isDryRun() const { return m_dryRun != NoDryRun; }
+    // In the order given; the titles are matched against the plan later.
+    const QList<FeatureSwitch> &featureSwitches() const { return m_featureSwitches; }
+
 private:
     static bool ownsInstallation(const MacroTable &table);
+    // The options of an unattended deployment: "--install-type", "--feature"
+    // and the dry run. False when the option is none of them.
+    bool parseDeploymentOption(const QStringList &arguments, int &i);
 
     int m_runFlags = 0;
     bool m_rootRequired = true;
@@ -52,5 +70,9 @@ private:
     bool m_hasDataFile = false;
     QString m_dataFile;
     QString m_dataOffsetText;
+    DryRun m_dryRun = NoDryRun;
+    QList<FeatureSwitch> m_featureSwitches;
+    bool m_hasInstallType = false;
+    InstallMode::Mode m_installType = InstallMode::Typical;
     InstallMode::Mode m_mode = InstallMode::Typical;
 };

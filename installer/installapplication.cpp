@@ -8,8 +8,10 @@
 #include "core/macrotable.h"
 #include "core/plaintext.h"
 #include "installer/installconsolequestion.h"
+#include "installer/installdeploymentplan.h"
 #include "installer/installerlogging.h"
 #include "installer/installmodetexts.h"
+#include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
 #include "media/filestoreinstallmedia.h"
 #include "media/packagearchiveinstallmedia.h"
@@ -263,6 +265,8 @@ bool InstallApplication::perform(Operation operation)
     static const InstallWizardInterface::ProgressPhase phases[] = { InstallWizardInterface::Installing,
         InstallWizardInterface::Upgrading, InstallWizardInterface::Installing,
         InstallWizardInterface::Repairing, InstallWizardInterface::Removing };
+    if (!hasSpaceFor(operation))
+        return false;
     if (m_wizard) {
         m_wizard->setProgressPhase(phases[operation]);
         showPage(InstallWizardInterface::ProgressPage);
@@ -303,6 +307,47 @@ bool InstallApplication::perform(Operation operation)
     if (!(succeeded && failure.isEmpty() && operation == Remove))
         writeRecord();
     return succeeded && failure.isEmpty();
+}
+
+bool InstallApplication::hasSpaceFor(Operation operation)
+{
+    if (operation == Remove)
+        return true;
+    QString shortage;
+    try {
+        shortage = InstallDeploymentPlan(m_list, operation != Install, operation != Remove).spaceShortage();
+    } catch (const InstallException &) {
+        return true;
+    }
+    if (shortage.isEmpty())
+        return true;
+    if (m_wizard) {
+        m_wizard->question()->ask(expandMacros(QStringLiteral("$(Product) $(Version) Setup")), shortage,
+            InstallQuestion::Ok, InstallQuestion::Ok);
+    } else {
+        reportInstallationError(shortage);
+        quit(NoSpace);
+    }
+    return false;
+}
+
+int InstallApplication::showPlan(Operation operation)
+{
+    static const char *const names[] = { "install", "upgrade", "modify", "repair", "remove" };
+    const QString mode = QLatin1String(names[operation]);
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    InstallDeploymentPlan plan(m_list, operation != Install, operation != Remove);
+    if (operation != Install)
+        plan.compareFiles(destination, InstallSettingsRecord::defaultPath());
+    writeTo(stdout,
+        m_commandLine.dryRun() == InstallCommandLine::DryRunJson
+            ? QString::fromUtf8(plan.json(mode, destination))
+            : plan.text(mode, destination));
+    const QString shortage = plan.spaceShortage();
+    if (shortage.isEmpty())
+        return Succeeded;
+    reportInstallationError(shortage);
+    return NoSpace;
 }
 
 InstallApplication::OperationScope::OperationScope(InstallApplication *application)

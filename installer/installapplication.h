@@ -42,8 +42,8 @@ public:
     };
 
     // What run() returns and the process entry turns into the exit status
-    // (0 for Succeeded only).
-    enum Result { Failed = 0, Succeeded = 1, Removed = 2 };
+    // (0 for Succeeded only, 3 for NoSpace).
+    enum Result { Failed = 0, Succeeded = 1, Removed = 2, NoSpace = 3 };
 
     // The command line has been parsed; the medium is created here from it (a
     // package archive for "--data-file", else the folder "$(SrcDir)"), which
@@ -114,6 +114,13 @@ protected:
     // is written afterwards, unless a removal succeeded (it took the record
     // with it). A shutdown request is passed on.
     bool perform(Operation operation);
+    // Whether the file systems have room for what the operation writes, less
+    // what it deletes first. When not: the question box, or the error and
+    // the result NoSpace. A medium that cannot be read is left to the walk.
+    bool hasSpaceFor(Operation operation);
+    // The dry run: prints what the operation would do and returns the
+    // result the run would start with.
+    int showPlan(Operation operation);
     // Shows a page, or throws HException when the wizard has none under id.
     void showPage(int id);
     // A folder medium follows "$(SrcDir)" when a record has changed it; an

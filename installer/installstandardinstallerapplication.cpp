@@ -2,6 +2,7 @@
 
 #include "core/console.h"
 #include "core/hexception.h"
+#include "core/installexception.h"
 #include "core/installquestion.h"
 #include "core/macrotable.h"
 #include "core/places.h"
@@ -10,6 +11,7 @@
 #include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
 #include "plan/installconfigurationlist.h"
+#include "plan/installfeatureselection.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -20,16 +22,22 @@ namespace {
 
 using Page = InstallWizardInterface::PageId;
 
-// Selects exactly the installed items of the subtree and marks them for
-// installing again; the rest stays as it is on disk.
-void reinstallInstalled(InstallConfigurationItem *item)
+// Selects exactly the installed items of the subtree.
+void selectInstalled(InstallConfigurationItem *item)
 {
-    const bool installed = item->installed() != InstallConfigurationItem::notInstalled;
-    item->setInstall(installed);
-    if (installed)
+    item->setInstall(item->installed() != InstallConfigurationItem::notInstalled);
+    for (InstallConfigurationItem *child : item->children())
+        selectInstalled(child);
+}
+
+// Marks the installed items that stay selected for installing again; an
+// installed item no longer selected keeps its state, so that it is removed.
+void reinstallSelected(InstallConfigurationItem *item)
+{
+    if (item->installed() != InstallConfigurationItem::notInstalled && item->willInstall())
         item->setInstalled(InstallConfigurationItem::notInstalled);
     for (InstallConfigurationItem *child : item->children())
-        reinstallInstalled(child);
+        reinstallSelected(child);
 }
 
 } // namespace
@@ -73,6 +81,8 @@ void InstallStandardInstallerApplication::start()
 {
     try {
         if (InstallMode::isInstallation(mode())) {
+            // The custom setup page starts from the features the command line switched.
+            InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
             // A silent run gets a window only to read the agreement in.
             if (runFlags() & Silent)
                 showPage(Page::LicensePage);
@@ -100,8 +110,13 @@ void InstallStandardInstallerApplication::start()
 void InstallStandardInstallerApplication::runSilent()
 {
     try {
-        bool succeeded = false;
+        Operation operation = Install;
         if (InstallMode::isInstallation(mode())) {
+            // A wrong title is told before the agreement is asked for.
+            InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
+            // A dry run waits for nobody; a real one would stop here.
+            if (!(runFlags() & LicenceAccepted) && commandLine().isDryRun())
+                throw HException(QStringLiteral("License agreement not accepted"));
             if (!(runFlags() & LicenceAccepted)) {
                 int columns = 0;
                 int rows = 0;
@@ -112,29 +127,42 @@ void InstallStandardInstallerApplication::runSilent()
             if (readRecord(recordPath())) {
                 setMode(InstallMode::Upgrade);
                 checkInstallation();
-                succeeded = perform(Upgrade);
-            } else {
-                succeeded = perform(Install);
+                // Finding what is installed selected it; the switches come after.
+                InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
+                operation = Upgrade;
             }
         } else {
             locateInstallation();
             checkInstallation();
             switch (mode()) {
             case InstallMode::Repair:
-                succeeded = perform(Repair);
+                operation = Repair;
                 break;
             case InstallMode::Modify:
-                // No way to choose features: what is installed is installed again.
-                reinstallInstalled(list());
-                succeeded = perform(Modify);
+                // What is installed is installed again, with the features
+                // switched on the command line added or removed.
+                selectInstalled(list());
+                InstallFeatureSelection::apply(list(), commandLine().featureSwitches());
+                reinstallSelected(list());
+                operation = Modify;
                 break;
             default:
-                succeeded = perform(Remove);
+                operation = Remove;
                 break;
             }
         }
-        quit(succeeded ? Succeeded : Failed);
+        if (commandLine().isDryRun()) {
+            quit(showPlan(operation));
+            return;
+        }
+        const bool succeeded = perform(operation);
+        if (!hasEnded())
+            quit(succeeded ? Succeeded : Failed);
     } catch (const HException &e) {
+        reportInstallationError(e.message());
+        quit(Failed);
+    } catch (const InstallException &e) {
+        // The dry run met a medium it cannot read.
         reportInstallationError(e.message());
         quit(Failed);
     }

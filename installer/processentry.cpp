@@ -191,8 +191,9 @@ int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
     // was not accepted on the command line and a display answers; the run
     // itself stays silent.
     const bool windowed = !commandLine.isSilent()
-        || (commandLineError.isEmpty() && InstallMode::isInstallation(commandLine.mode())
-            && !commandLine.licenceAccepted() && displayAvailable());
+        || (commandLineError.isEmpty() && !commandLine.isDryRun()
+            && InstallMode::isInstallation(commandLine.mode()) && !commandLine.licenceAccepted()
+            && displayAvailable());
     std::unique_ptr<QCoreApplication> application;
     if (commandLine.isSilent() && !windowed) {
         application = std::make_unique<QCoreApplication>(m_argc, m_argv);
@@ -297,7 +298,7 @@ void ProcessEntry::finish(int result)
     ::umask(m_savedUmask);
     std::fflush(stdout);
     std::fflush(stderr);
-    ::_exit(result == 1 ? 0 : 1);
+    ::_exit(result == InstallApplication::Succeeded ? 0 : result == InstallApplication::NoSpace ? 3 : 1);
 }
 
 QString ProcessEntry::instanceIdentifier()

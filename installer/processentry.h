@@ -58,7 +58,8 @@ public:
     bool displayAvailable() const;
 
     // Hands the per-user configuration folders back to the sudo user, restores
-    // the umask and ends the process at once: status 0 for result 1, else 1.
+    // the umask and ends the process at once: status 0 for result 1, 3 for
+    // not enough space, else 1.
     [[noreturn]] void finish(int result);
 
     // "%s %s %s%s Setup" from the company, product and version.

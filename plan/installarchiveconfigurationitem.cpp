@@ -96,6 +96,24 @@ void InstallArchiveConfigurationItem::uninstallAction()
     InstallFileDeletion(this).deleteFiles(paths);
 }
 
+InstallFootprints InstallArchiveConfigurationItem::installFootprint() const
+{
+    InstallConfigurationList *root = list();
+    InstallMedia *media = root ? root->media() : nullptr;
+    if (!(m_options & ExtractOnInstall) || !media)
+        return {};
+    InstallFootprint footprint { expandMacros(m_destination), {}, 0 };
+    footprint.files = media->list(m_archiveName, footprint.bytes);
+    return { footprint };
+}
+
+InstallFootprints InstallArchiveConfigurationItem::removalFootprint() const
+{
+    if (!(m_options & RemoveOnUninstall))
+        return {};
+    return { InstallFootprint::onDisk(expandMacros(m_destination), m_files) };
+}
+
 void InstallArchiveConfigurationItem::checkInstalledAction()
 {
     const QString destination = expandMacros(m_destination);

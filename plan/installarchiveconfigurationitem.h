@@ -40,6 +40,9 @@ public slots:
     // units of 1024 bytes).
     void extractedFile(quint64 bytesExtracted);
 
+    InstallFootprints installFootprint() const override;
+    InstallFootprints removalFootprint() const override;
+
 protected:
     void installAction() override;
     void uninstallAction() override;

@@ -85,6 +85,16 @@ bool InstallConfigurationItem::willUninstall() const
     return !willInstall();
 }
 
+InstallFootprints InstallConfigurationItem::installFootprint() const
+{
+    return {};
+}
+
+InstallFootprints InstallConfigurationItem::removalFootprint() const
+{
+    return {};
+}
+
 int InstallConfigurationItem::itemCount() const
 {
     int count = 1;

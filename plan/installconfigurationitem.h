@@ -1,5 +1,7 @@
 #pragma once
 
+#include "plan/installfootprint.h"
+
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -55,6 +57,13 @@ public:
 
     bool willInstall() const;
     bool willUninstall() const;
+
+    // What the install action would write (from the medium's sizes) and what
+    // the uninstall action would delete (as it is on disk now), without
+    // doing either; nothing for an item that writes no file. A medium that
+    // cannot be read throws, as the action would.
+    virtual InstallFootprints installFootprint() const;
+    virtual InstallFootprints removalFootprint() const;
 
     InstallConfigurationItem *parentItem() const { return m_parentItem; }
     const QList<InstallConfigurationItem *> &children() const { return m_children; }

@@ -1,7 +1,10 @@
 #include "plan/installfileremovalconfigurationitem.h"
 
 #include "core/installmode.h"
+#include "core/macrotable.h"
 #include "plan/installfiledeletion.h"
+
+#include <QFileInfo>
 
 InstallFileRemovalConfigurationItem::InstallFileRemovalConfigurationItem(InstallConfigurationItem *parent,
     const QString &title, const QString &description, int level, bool visible)
@@ -11,6 +14,18 @@ InstallFileRemovalConfigurationItem::InstallFileRemovalConfigurationItem(Install
 void InstallFileRemovalConfigurationItem::addFile(const QString &path)
 {
     m_files.append(path);
+}
+
+InstallFootprints InstallFileRemovalConfigurationItem::removalFootprint() const
+{
+    if (isMode(InstallMode::Repair) || isMode(InstallMode::Upgrade))
+        return {};
+    InstallFootprints footprints;
+    for (const QString &file : m_files) {
+        const QFileInfo path(expandMacros(file));
+        footprints.append(InstallFootprint::onDisk(path.absolutePath(), { path.fileName() }));
+    }
+    return footprints;
 }
 
 void InstallFileRemovalConfigurationItem::uninstallAction()

@@ -20,6 +20,7 @@ public:
     // path may hold macros; they are expanded at removal.
     void addFile(const QString &path);
     QStringList files() const { return m_files; }
+    InstallFootprints removalFootprint() const override;
 
 protected:
     void uninstallAction() override;

@@ -76,6 +76,33 @@ void InstallFilesConfigurationItem::uninstallAction()
     InstallFileDeletion(this).deleteFiles(paths);
 }
 
+InstallFootprints InstallFilesConfigurationItem::installFootprint() const
+{
+    InstallFootprints footprints;
+    for (const File &entry : std::as_const(m_entries)) {
+        if (entry.flags & SkipOnInstall)
+            continue;
+        const QFileInfo destination(expandMacros(entry.destination));
+        const QFileInfo source(expandMacros(entry.source));
+        footprints.append({ destination.absolutePath(), { destination.fileName() },
+            source.isFile() ? quint64(source.size()) : 0 });
+    }
+    return footprints;
+}
+
+InstallFootprints InstallFilesConfigurationItem::removalFootprint() const
+{
+    const bool removing = isMode(InstallMode::Remove);
+    InstallFootprints footprints;
+    for (const File &entry : std::as_const(m_entries)) {
+        const QFileInfo destination(expandMacros(entry.destination));
+        if (!(removing && (entry.flags & KeepOnRemove)))
+            footprints.append(
+                InstallFootprint::onDisk(destination.absolutePath(), { destination.fileName() }));
+    }
+    return footprints;
+}
+
 void InstallFilesConfigurationItem::checkInstalledAction()
 {
     int present = 0;

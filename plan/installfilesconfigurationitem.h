@@ -33,6 +33,9 @@ public:
 
     int entryCount() const { return int(m_entries.size()); }
 
+    InstallFootprints installFootprint() const override;
+    InstallFootprints removalFootprint() const override;
+
 protected:
     void installAction() override;
     void uninstallAction() override;

@@ -9,6 +9,7 @@
 
 #include <QBuffer>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QXmlStreamWriter>
 
@@ -98,6 +99,17 @@ void InstallFreeDesktopMimeTypeConfigurationItem::writeIcons() const
         if (!scaled.save(&buffer, "PNG", 100) || !FileUtils::writeFile(path, png))
             qCWarning(lcPlan) << "Cannot write icon" << path;
     }
+}
+
+InstallFootprints InstallFreeDesktopMimeTypeConfigurationItem::installFootprint() const
+{
+    const QFileInfo package(packagePath());
+    InstallFootprints footprints { { package.absolutePath(), { package.fileName() }, 0 } };
+    for (const int size : iconSizes()) {
+        const QFileInfo icon(iconPath(size));
+        footprints.append({ icon.absolutePath(), { icon.fileName() }, 0 });
+    }
+    return footprints;
 }
 
 void InstallFreeDesktopMimeTypeConfigurationItem::checkInstalledAction()

@@ -35,6 +35,9 @@ public:
 
     // The icon sizes written, largest first.
     static QList<int> iconSizes();
+    // The package and the icons; their sizes are not known before they are
+    // made and count as nothing beyond their files.
+    InstallFootprints installFootprint() const override;
 
 protected:
     void installAction() override;

@@ -7,6 +7,7 @@
 #include "plan/desktopcacheupdate.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 
@@ -132,6 +133,18 @@ void InstallFreeDesktopShortcutConfigurationItem::uninstallAction()
     if (QFile::exists(m_shortcutPath))
         FileUtils::removeFile(m_shortcutPath);
     updateDesktopDatabase();
+}
+
+InstallFootprints InstallFreeDesktopShortcutConfigurationItem::installFootprint() const
+{
+    const QFileInfo entry(m_shortcutPath);
+    return { { entry.absolutePath(), { entry.fileName() }, 0 } };
+}
+
+InstallFootprints InstallFreeDesktopShortcutConfigurationItem::removalFootprint() const
+{
+    const QFileInfo entry(m_shortcutPath);
+    return { InstallFootprint::onDisk(entry.absolutePath(), { entry.fileName() }) };
 }
 
 void InstallFreeDesktopShortcutConfigurationItem::checkInstalledAction()

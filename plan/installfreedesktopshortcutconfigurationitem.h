@@ -25,6 +25,9 @@ public:
     // "/usr/share" for systemWide 1, else "$HOME/.local/share".
     QString dataFolder() const { return m_dataFolder; }
     QString shortcutPath() const { return m_shortcutPath; }
+    // The menu entry; its size is not known before it is made.
+    InstallFootprints installFootprint() const override;
+    InstallFootprints removalFootprint() const override;
     QString name() const { return m_name; }
     QString exec() const { return m_exec; }
     QString icon() const { return m_icon; }

@@ -42,6 +42,12 @@ int VantorDriverInstallConfigurationItem::levelFromSystem()
     return (folder && !file) ? 4 : 3;
 }
 
+InstallFootprints VantorDriverInstallConfigurationItem::installFootprint() const
+{
+    // The medium tells folder sizes only; one rules file is a few hundred bytes.
+    return { { rulesFolder(), { rulesFileName() }, 0 } };
+}
+
 void VantorDriverInstallConfigurationItem::installAction()
 {
     InstallConfigurationList *root = list();

@@ -17,6 +17,7 @@ public:
 
     static QString rulesFolder() { return QStringLiteral("/etc/udev/rules.d"); }
     static QString rulesFileName() { return QStringLiteral("99-vantor.rules"); }
+    InstallFootprints installFootprint() const override;
 
 protected:
     void installAction() override;

@@ -9,6 +9,7 @@ As root every group runs in a private mount namespace with an empty /run
 changed; the groups that install need root. "window" runs under xvfb-run and
 saves a screenshot of every page it stops on into SCREENSHOT_DIR."""
 
+import json
 import os
 import re
 import resource
@@ -276,6 +277,10 @@ class Cli(Case):
         "not root": (["--silent"], b"", {}, True, 1, "error: The installer must be run as root\n"),
         "unknown option before the root check": (["--bogus"], b"", {}, True, 1,
                                                  "error: Unknown command line option: '--bogus'\n"),
+        "unknown installation type": (["--silent", "--install-type", "huge"], b"", {}, True, 1,
+                                      "error: Unknown installation type 'huge': use minimal, typical, full or custom\n"),
+        "feature without its state": (["--feature", "Help Files"], b"", {}, True, 1,
+                                      "error: --feature takes TITLE=on or TITLE=off, not 'Help Files'\n"),
     }
 
     def test_command_lines(self):
@@ -516,17 +521,15 @@ class Faults(Case):
     needs_root = True
     OLD, NEW = 1000000000, 2000000000  # older and newer than every file of the medium
 
+    @unittest.skipUnless(shutil.which("strace"), "needs strace")
     def test_full_disk_fails_then_repair_completes(self):
-        small = os.path.join(self.tmp, "small")
-        os.makedirs(small)
-        self.mount("-t", "tmpfs", "-o", "size=2m", "tmpfs", small)
-        self.destination = os.path.join(small, "dest")
-        result = self.install()
+        # The disk fills after the space check (someone else writes): a write inside the first library finds no room.
+        nospace = ("strace", "-qq", "-o", "/dev/null", "-e", "trace=write", "-e", "inject=write:error=ENOSPC:when=150")
+        result = self.run_setup(self.install_args(), prefix=nospace, env=self.untraced())
         self.assertFails(result)
         self.assertRegex(result[2], r"has failed\. Cannot copy file %s/\S+ to %s/" % (MEDIUM, self.destination))
         self.assertIn("Installation Failed\n", result[1])
         self.assertWholeOrAbsent()
-        subprocess.run(["mount", "-o", "remount,size=512m", small], check=True)
         self.assertSucceeds(self.run_setup(["--silent", "--repair", "--destination", self.destination]),
                             "Repair Complete")
         self.assertInstalled()
@@ -798,6 +801,23 @@ class Window(Case):
         self.assertInstalled(exact=False)
         self.assertTrue(os.path.exists(self.home + "/.local/share/applications/" + os.path.basename(DESKTOP_ENTRY)))
 
+    @unittest.skipUnless(os.geteuid() == 0, "needs root to mount a small file system")
+    def test_install_refused_for_space_goes_back_to_the_start_page(self):
+        small = os.path.join(self.tmp, "small")
+        os.makedirs(small)
+        self.mount("-t", "tmpfs", "-o", "size=1m", "tmpfs", small)
+        self.destination = small + "/dest"
+        self.start()
+        for key in ("alt+n", "alt+a", "alt+n", "alt+n", "alt+n", "alt+n"):
+            self.key(key)
+        start_page = self.last
+        self.key("alt+i")  # the question box: not enough space
+        self.key("Return")
+        self.assertTrue(self.last & start_page)
+        self.key("Escape")
+        subprocess.run(["xdotool", "key", "Return"], check=True)
+        self.assertEqual((self.finish()[0], os.listdir(small)), (1, []))
+
     def test_silent_run_reads_the_licence_in_the_window(self):
         for key, code, err in (("alt+d", 1, "error: License agreement not accepted\n"), ("alt+a", 0, "")):
             with self.subTest(key):
@@ -886,7 +906,83 @@ class Truth(Case):
         self.assertRegex(err, r"\nerror: Cannot copy file %s/(gcc/)?llvm/bin/clang" % medium)
 
 
-GROUPS = {"cli": Cli, "install": Install, "faults": Faults, "hostile": Hostile, "window": Window, "truth": Truth}
+class Deploy(Case):
+    """Features chosen without a window, space checked first, and a dry run that is what the run then does."""
+    needs_root = True
+    UDEV = ("--feature", "VANTOR udev rules file=on")
+
+    def plan(self, *args, run=None):
+        code, out, err = (run or self.install)("--dry-run=json", *args)
+        self.assertEqual((code, err), (0, ""))
+        plan = json.loads(out)
+        return plan, {path for item in plan["items"] for path in item["write"] + item["delete"]}
+
+    def present(self):
+        return {os.path.join(self.destination, name) for name in files_below(self.destination)}
+
+    def test_features_chosen_silently(self):
+        # (options, rules file installed, help installed)
+        for args, rules, help_files in ((("--install-type", "minimal"), False, True),
+                                        (("--install-type", "full"), False, True), (self.UDEV, True, True),
+                                        (("--install-type", "Custom", "--feature", "help files=off") + self.UDEV,
+                                         True, False)):
+            with self.subTest(args=args):
+                shutil.rmtree(self.destination, ignore_errors=True)
+                if os.path.exists(UDEV_RULES):
+                    os.remove(UDEV_RULES)
+                plan, planned = self.plan(*args)
+                self.assertSucceeds(self.install(*args), "Install Complete")
+                self.assertEqual((os.path.isfile(UDEV_RULES), os.path.isdir(self.destination + "/html")),
+                                 (rules, help_files))
+                self.assertEqual({path for path in planned if path.startswith(self.destination + "/")},
+                                 self.present() - {self.destination + "/bin/IConf.xml"})
+                self.assertEqual(UDEV_RULES in planned, rules)
+
+    def test_refused_before_anything_is_written(self):
+        small = os.path.join(self.tmp, "small")
+        os.makedirs(small)
+        self.mount("-t", "tmpfs", "-o", "size=1m", "tmpfs", small)
+        no_space = r"error: not enough space on %s: \d+ MB needed, 1 MB free\n" % small
+        rows = (([], "--feature", "Quux=on", 1, "error: Unknown feature 'Quux'; the features are 'Tamrin Calvra for "
+                  "ARM 5.50a', 'Binary Files', 'GCC Files', 'Help Files', "),
+                ([], "--feature", "tamrin calvra for arm 5.50a=off", 1, "error: The feature 'Tamrin Calvra for ARM "
+                 "5.50a' cannot be switched off; the features that can are 'Binary Files', "),
+                ([], "--destination", small + "/dest", 3, no_space),
+                (["--dry-run"], "--destination", small + "/dest", 3, no_space),
+                (["--dry-run", "--remove"], "--destination", self.destination, 1, "error: Cannot find the "))
+        for before, option, value, code, err in rows:
+            with self.subTest(value):
+                result = self.install(*before, *self.UDEV, option, value)
+                self.assertEqual(result[0], code)
+                self.assertRegex(result[2], "^" + re.escape(err) if code == 1 else no_space)
+                self.assertEqual((os.listdir(small), os.path.exists(self.destination), os.path.exists(UDEV_RULES)),
+                                 ([], False, False))
+
+    def test_dry_run_is_what_upgrade_modify_and_removal_do(self):
+        self.assertEqual(self.install()[0], 0)
+        mine = os.path.join(self.destination, "lib/mine/notes.txt")
+        write(mine)
+        before = self.present()
+        plan, planned = self.plan()
+        self.assertEqual((plan["mode"], plan["kept"], plan["removed"]), ("upgrade", [mine], []))
+        self.assertLessEqual(set(plan["replaced"]) - {DESKTOP_ENTRY}, before)
+        self.assertSucceeds(self.install(), "Upgrade Complete", "has now been upgraded.")
+        self.assertEqual(self.present(), before)
+        # Modify without a window: the features switched are added and removed.
+        modify = ["--silent", "--modify", "--destination", self.destination, "--feature", "Help Files=off", *self.UDEV]
+        self.assertEqual(self.run_setup(modify)[::2], (0, ""))
+        self.assertEqual((os.path.exists(self.destination + "/html"), os.path.isfile(UDEV_RULES)), (False, True))
+        before = self.present()
+        plan, planned = self.plan(run=lambda *args: self.run_setup(["--remove", "--destination", self.destination] +
+                                                                  list(args)))
+        self.assertEqual((plan["mode"], plan["kept"]), ("remove", [mine]))
+        self.assertEqual(self.run_setup(["--silent", "--remove", "--destination", self.destination])[0], 0)
+        self.assertEqual(before - self.present(), {path for path in planned if path.startswith(self.destination)})
+        self.assertEqual(self.present(), {mine})
+
+
+GROUPS = {"cli": Cli, "install": Install, "faults": Faults, "hostile": Hostile, "window": Window, "truth": Truth,
+          "deploy": Deploy}
 
 
 def main():

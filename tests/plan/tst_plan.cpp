@@ -1,12 +1,14 @@
 // The plan through its public behaviour: which items a mode installs, the
 // walks of install, uninstall and check with their questions, the overwrite
 // rules, and what the file items write and take away again.
+#include "core/hexception.h"
 #include "core/installexception.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
 #include "media/filestoreinstallmedia.h"
 #include "plan/installarchiveconfigurationitem.h"
 #include "plan/installconfigurationlist.h"
+#include "plan/installfeatureselection.h"
 #include "plan/installfileremovalconfigurationitem.h"
 #include "plan/installoverwritetest.h"
 #include "scriptedquestion.h"
@@ -126,6 +128,8 @@ private slots:
     void archiveItem();
     void removal_data();
     void removal();
+    void features_data();
+    void features();
 };
 
 void tst_Plan::levels_data()
@@ -494,6 +498,44 @@ void tst_Plan::removal()
     QCOMPARE(contents(dest + "/last/mine.txt"), QByteArray("the user's"));
     QCOMPARE(remover.installed(),
         cancelled ? InstallConfigurationItem::fullyInstalled : InstallConfigurationItem::notInstalled);
+}
+
+void tst_Plan::features_data()
+{
+    QTest::addColumn<QStringList>("switches"); // title=on|off; A is deselected first
+    QTest::addColumn<QString>("installing"); // the items that will install after, or the error's start
+    QTest::newRow("off, any case") << QStringList { "A=on", "a1=off", "b1=OFF" } << "A,A2,B";
+    QTest::newRow("on takes its holder and what it needs") << QStringList { "A2=on" } << "A,A1,A2,B,B1";
+    QTest::newRow("the last switch wins") << QStringList { "B1=off", "b1=on" } << "B,B1";
+    QTest::newRow("unknown, after a good one") << QStringList { "A2=on",
+        "Z=on" } << "Unknown feature 'Z'; the features are 'A', 'A1', 'A2', 'B', 'B1'";
+    QTest::newRow("a top row stays") << QStringList { "b=off" } << "The feature 'B' cannot be switched off";
+}
+
+void tst_Plan::features()
+{
+    QFETCH(QStringList, switches);
+    QFETCH(QString, installing);
+    Tree tree(InstallMode::Custom);
+    tree.a.setInstall(false);
+    QList<InstallCommandLine::FeatureSwitch> chosen;
+    for (const QString &feature : switches)
+        chosen.append({ feature.section(QLatin1Char('='), 0, 0), feature.endsWith(QLatin1String("=on")) });
+    QString found;
+    try {
+        InstallFeatureSelection::apply(&tree.list, chosen);
+        QStringList titles;
+        for (RecordingItem *item : { &tree.a, &tree.a1, &tree.a2, &tree.b, &tree.b1 }) {
+            if (item->willInstall())
+                titles.append(item->title());
+        }
+        found = titles.join(QLatin1Char(','));
+    } catch (const HException &e) {
+        // Nothing is switched when one title is wrong.
+        QVERIFY(!tree.a.installFlag());
+        found = e.message().left(installing.size());
+    }
+    QCOMPARE(found, installing);
 }
 
 QTEST_GUILESS_MAIN(tst_Plan)
