@@ -25,6 +25,7 @@ public:
     // installation to modify, repair or remove maintains it in user mode.
     // Throws HException with "Unknown command line option: '...'"
     // or "The installer must be run as root"; nothing has been installed then.
+    // "--log" with no file is "argument expected".
     void parse(const QStringList &arguments, MacroTable &table);
 
     int runFlags() const { return m_runFlags; }
@@ -41,6 +42,12 @@ public:
     // Signed hexadecimal without prefix; 0 when the text does not convert.
     qint64 dataOffset() const;
 
+    // "--verify": compare the installation with its manifest; no medium and
+    // no root needed, nothing is written.
+    bool verifies() const { return m_verify; }
+    // "--log FILE": empty when not given.
+    const QString &logFile() const { return m_logFile; }
+
 private:
     static bool ownsInstallation(const MacroTable &table);
 
@@ -53,4 +60,6 @@ private:
     QString m_dataFile;
     QString m_dataOffsetText;
     InstallMode::Mode m_mode = InstallMode::Typical;
+    bool m_verify = false;
+    QString m_logFile;
 };

@@ -2,8 +2,10 @@
 
 #include "core/hexception.h"
 #include "core/installexception.h"
+#include "core/installlog.h"
 #include "core/installquestion.h"
 #include "core/installshutdownexception.h"
+#include "core/installsilentquestion.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
 #include "core/plaintext.h"
@@ -32,9 +34,37 @@ std::unique_ptr<InstallMedia> createMedia(const InstallCommandLine &commandLine)
 
 void writeTo(std::FILE *stream, const QString &text)
 {
+    InstallLog::write(text);
     std::fputs(text.toLocal8Bit().constData(), stream);
     std::fflush(stream);
 }
+
+// The window's questions, each written to the log with the answer given.
+class LoggedQuestion : public InstallQuestion
+{
+public:
+    explicit LoggedQuestion(InstallQuestion *question)
+        : m_question(question)
+    { }
+
+    int ask(const QString &heading, const QString &text, int buttons, int defaultButton) override
+    {
+        const int answer = m_question->ask(heading, text, buttons, defaultButton);
+        InstallLog::write(plainLine(heading + QStringLiteral(": ") + text) + QStringLiteral(" -> ")
+            + InstallSilentQuestion::buttonName(answer));
+        return answer;
+    }
+
+    QString locateFile(const QString &path) override
+    {
+        const QString located = m_question->locateFile(path);
+        InstallLog::write(QStringLiteral("Locate ") + path + QStringLiteral(" -> ") + located);
+        return located;
+    }
+
+private:
+    InstallQuestion *m_question;
+};
 
 } // namespace
 
@@ -62,7 +92,8 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
     connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
-        m_list->setQuestion(m_wizard->question());
+        m_windowQuestion = std::make_unique<LoggedQuestion>(m_wizard->question());
+        m_list->setQuestion(m_windowQuestion.get());
         connect(this, &InstallApplication::modeChanged, m_wizard,
             &InstallWizardInterface::installationModeChanged);
         connect(m_wizard, &InstallWizardInterface::nextClicked, this, &InstallApplication::onNextClicked);
@@ -127,9 +158,10 @@ void InstallApplication::handleEvent(const std::function<void()> &handler)
 void InstallApplication::reportInstallationError(const QString &message)
 {
     qCInfo(lcApplication) << "Installation error:" << message;
-    if (m_wizard)
+    if (m_wizard) {
+        InstallLog::write(QStringLiteral("error: ") + plainLine(message));
         m_wizard->reportInstallationError(expandMacros(message));
-    else
+    } else
         writeTo(stderr, QStringLiteral("error: ") + plainLine(message) + QLatin1Char('\n'));
 }
 
@@ -139,6 +171,7 @@ void InstallApplication::showComplete(const QString &message)
         ? QStringLiteral("<p>Click Finish to close the installer.")
         : QStringLiteral("<p>Click Finish to complete the installation.");
     if (m_wizard) {
+        InstallLog::write(completeTitle(m_mode) + QLatin1Char('\n') + plainLines(message));
         m_wizard->setPageText(InstallWizardInterface::CompletePage, completeTitle(m_mode), message + closing);
         showPage(InstallWizardInterface::CompletePage);
     } else {
@@ -151,6 +184,7 @@ void InstallApplication::showComplete(const QString &message)
 void InstallApplication::showFailed(const QString &message)
 {
     if (m_wizard) {
+        InstallLog::write(failedTitle(m_mode) + QStringLiteral("\nerror: ") + plainLine(message));
         m_wizard->setPageText(InstallWizardInterface::FailedPage, failedTitle(m_mode),
             message + QStringLiteral("<p>Click Finish to terminate the installer."));
         showPage(InstallWizardInterface::FailedPage);
@@ -315,7 +349,7 @@ void InstallApplication::onCancelClicked(int id)
             : QStringLiteral(
                 "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
                 "to continue.");
-        const int answer = m_wizard->question()->ask(expandMacros(cancelTitle(m_mode)),
+        const int answer = m_windowQuestion->ask(expandMacros(cancelTitle(m_mode)),
             expandMacros(cancelLead(m_mode) + question), InstallQuestion::Yes | InstallQuestion::No,
             InstallQuestion::Yes);
         if (answer != InstallQuestion::Yes)
@@ -356,9 +390,10 @@ int InstallApplication::remapPage(int id, Mode)
 
 bool InstallApplication::perform(Operation operation)
 {
-    static const InstallWizardInterface::ProgressPhase phases[] = { InstallWizardInterface::Installing,
-        InstallWizardInterface::Upgrading, InstallWizardInterface::Installing,
-        InstallWizardInterface::Repairing, InstallWizardInterface::Removing };
+    static const InstallWizardInterface::ProgressPhase phases[]
+        = { InstallWizardInterface::Installing, InstallWizardInterface::Upgrading,
+              InstallWizardInterface::Installing, InstallWizardInterface::Repairing,
+              InstallWizardInterface::Removing, InstallWizardInterface::Repairing };
     if (m_wizard) {
         m_wizard->setProgressPhase(phases[operation]);
         showPage(InstallWizardInterface::ProgressPage);
@@ -438,6 +473,7 @@ bool InstallApplication::walk(Operation operation)
 
     switch (operation) {
     case Install:
+    case RepairDamaged:
         setPrefix(installing);
         return m_list->install();
     case Remove:

@@ -2,10 +2,12 @@
 
 #include "core/console.h"
 #include "core/hexception.h"
+#include "core/installlog.h"
 #include "core/installquestion.h"
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
+#include "installer/installmanifest.h"
 #include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
 #include "plan/installconfigurationlist.h"
@@ -67,8 +69,39 @@ bool InstallStandardInstallerApplication::readRecord(const QString &path, QStrin
 void InstallStandardInstallerApplication::writeRecord()
 {
     const QString path = recordPath();
-    if (!InstallSettingsRecord(list()).save(path))
+    if (InstallSettingsRecord(list()).save(path))
+        InstallLog::write(QStringLiteral("written ") + path);
+    else
         qCWarning(lcApplication) << "Cannot record the installation in" << path;
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    const QString manifest = InstallManifest::defaultPath();
+    if (InstallManifest::write(manifest, destination, InstallManifest::installedFiles(list(), destination)))
+        InstallLog::write(QStringLiteral("written ") + manifest);
+    else
+        qCWarning(lcApplication) << "Cannot write the installation manifest" << manifest;
+}
+
+bool InstallStandardInstallerApplication::repair()
+{
+    // Without a usable manifest nothing tells the damaged files apart:
+    // everything is installed again.
+    QList<InstallManifest::Entry> entries;
+    if (!InstallManifest::read(InstallManifest::defaultPath(), entries).isEmpty())
+        return perform(Repair);
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    QSet<QString> damaged;
+    for (const InstallManifest::Finding &finding : InstallManifest::check(destination, entries))
+        damaged.insert(QDir::cleanPath(destination + QLatin1Char('/') + finding.name));
+    reinstallInstalled(list());
+    list()->setOnlyFiles(damaged);
+    // A damaged file may have kept its size and time, which would keep it.
+    media()->setOverwriteDecision(nullptr);
+    const bool succeeded = perform(RepairDamaged);
+    list()->setOnlyFiles(std::nullopt);
+    list()->setMedia(media());
+    if (succeeded)
+        printLine(QStringLiteral("%1 files repaired").arg(damaged.size()));
+    return succeeded;
 }
 
 void InstallStandardInstallerApplication::start()
@@ -123,7 +156,7 @@ void InstallStandardInstallerApplication::runSilent()
             checkInstallation();
             switch (mode()) {
             case InstallMode::Repair:
-                succeeded = perform(Repair);
+                succeeded = repair();
                 break;
             case InstallMode::Modify:
                 // No way to choose features: what is installed is installed again.

@@ -22,6 +22,8 @@ public:
     // Returned by runInstaller() when an installer already runs: it has been
     // told to come to the front and this process ends with status 0.
     static const int HandedOver = -2;
+    // A verification found files that differ from the manifest: exit status 2.
+    static const int Differs = -3;
 
     ProcessEntry(int argc, char **argv);
     ~ProcessEntry();

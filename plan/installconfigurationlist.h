@@ -5,8 +5,10 @@
 #include "plan/installoverwritetest.h"
 
 #include <QPointer>
+#include <QSet>
 
 #include <memory>
+#include <optional>
 
 class InstallModeSource;
 
@@ -43,6 +45,11 @@ public:
 
     InstallOverwriteTest &overwriteTest() { return m_overwriteTest; }
 
+    // A repair of damaged files: the items that copy files copy only these
+    // (absolute, clean paths), whatever stands there. None: every file.
+    void setOnlyFiles(std::optional<QSet<QString>> paths) { m_onlyFiles = std::move(paths); }
+    const std::optional<QSet<QString>> &onlyFiles() const { return m_onlyFiles; }
+
     // Progress steps of the operations, as the progress page counts them: one
     // per item that the walk will announce with starting(). Installation: the
     // items that will be installed and are not fully installed. Removal: the
@@ -70,4 +77,5 @@ private:
     std::unique_ptr<InstallQuestion> m_silentQuestion;
     QPointer<InstallMedia> m_media;
     InstallOverwriteTest m_overwriteTest;
+    std::optional<QSet<QString>> m_onlyFiles;
 };
