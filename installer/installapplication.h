@@ -107,7 +107,7 @@ signals:
 
 protected:
     // What the operation walks do, in the order they run.
-    // RepairDamaged installs again only what the list's onlyFiles() names.
+    // RepairDamaged installs again all but the list's intactFiles().
     enum Operation { Install, Upgrade, Modify, Repair, Remove, RepairDamaged };
 
     // The silent run from start to end; returns when it is over.

@@ -36,6 +36,13 @@ void reinstallInstalled(InstallConfigurationItem *item)
         reinstallInstalled(child);
 }
 
+void forgetInstalled(InstallConfigurationItem *item)
+{
+    item->setInstalled(InstallConfigurationItem::notInstalled);
+    for (InstallConfigurationItem *child : item->children())
+        forgetInstalled(child);
+}
+
 } // namespace
 
 InstallStandardInstallerApplication::InstallStandardInstallerApplication(
@@ -89,18 +96,27 @@ bool InstallStandardInstallerApplication::repair()
     if (!InstallManifest::read(InstallManifest::defaultPath(), entries).isEmpty())
         return perform(Repair);
     const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
-    QSet<QString> damaged;
+    QSet<QString> intact;
+    for (const InstallManifest::Entry &entry : std::as_const(entries))
+        intact.insert(QDir::cleanPath(destination + QLatin1Char('/') + entry.name));
     for (const InstallManifest::Finding &finding : InstallManifest::check(destination, entries))
-        damaged.insert(QDir::cleanPath(destination + QLatin1Char('/') + finding.name));
-    reinstallInstalled(list());
-    list()->setOnlyFiles(damaged);
+        intact.remove(QDir::cleanPath(destination + QLatin1Char('/') + finding.name));
+    // As after the removal a full repair starts with, every selected item is
+    // installed; files the manifest does not know (a run that stopped
+    // early) are written too.
+    forgetInstalled(list());
+    list()->setIntactFiles(intact);
     // A damaged file may have kept its size and time, which would keep it.
     media()->setOverwriteDecision(nullptr);
     const bool succeeded = perform(RepairDamaged);
-    list()->setOnlyFiles(std::nullopt);
+    list()->setIntactFiles(std::nullopt);
     list()->setMedia(media());
-    if (succeeded)
-        printLine(QStringLiteral("%1 files repaired").arg(damaged.size()));
+    if (succeeded) {
+        int written = 0;
+        for (const QString &name : InstallManifest::installedFiles(list(), destination))
+            written += intact.contains(QDir::cleanPath(destination + QLatin1Char('/') + name)) ? 0 : 1;
+        printLine(QStringLiteral("%1 files repaired").arg(written));
+    }
     return succeeded;
 }
 

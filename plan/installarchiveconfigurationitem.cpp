@@ -94,9 +94,9 @@ void InstallArchiveConfigurationItem::installAction()
             qOverload<const QString &>(&InstallConfigurationItem::progress)),
     };
     QStringList copied = m_files;
-    if (const std::optional<QSet<QString>> &only = root->onlyFiles()) {
+    if (const std::optional<QSet<QString>> &intact = root->intactFiles()) {
         const QString prefix = QDir::cleanPath(folder) + QLatin1Char('/');
-        copied.removeIf([&](const QString &name) { return !only->contains(prefix + name); });
+        copied.removeIf([&](const QString &name) { return intact->contains(prefix + name); });
     }
     media->copyFiles(m_archiveName, copied, folder);
 }

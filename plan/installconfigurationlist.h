@@ -45,10 +45,11 @@ public:
 
     InstallOverwriteTest &overwriteTest() { return m_overwriteTest; }
 
-    // A repair of damaged files: the items that copy files copy only these
-    // (absolute, clean paths), whatever stands there. None: every file.
-    void setOnlyFiles(std::optional<QSet<QString>> paths) { m_onlyFiles = std::move(paths); }
-    const std::optional<QSet<QString>> &onlyFiles() const { return m_onlyFiles; }
+    // A repair of damaged files: the items that copy files leave these
+    // (absolute, clean paths) alone and replace the rest whatever stands
+    // there. None: every file, as the overwrite rules say.
+    void setIntactFiles(std::optional<QSet<QString>> paths) { m_intactFiles = std::move(paths); }
+    const std::optional<QSet<QString>> &intactFiles() const { return m_intactFiles; }
 
     // Progress steps of the operations, as the progress page counts them: one
     // per item that the walk will announce with starting(). Installation: the
@@ -77,5 +78,5 @@ private:
     std::unique_ptr<InstallQuestion> m_silentQuestion;
     QPointer<InstallMedia> m_media;
     InstallOverwriteTest m_overwriteTest;
-    std::optional<QSet<QString>> m_onlyFiles;
+    std::optional<QSet<QString>> m_intactFiles;
 };

@@ -31,7 +31,7 @@ void InstallFilesConfigurationItem::installAction()
 {
     announceTotalSteps(entryCount());
     InstallOverwriteTest overwriteTest(question());
-    const std::optional<QSet<QString>> only = list() ? list()->onlyFiles() : std::nullopt;
+    const std::optional<QSet<QString>> intact = list() ? list()->intactFiles() : std::nullopt;
     for (int i = 0; i < entryCount(); ++i) {
         emit progress(i);
         const File &entry = m_entries.at(i);
@@ -39,7 +39,7 @@ void InstallFilesConfigurationItem::installAction()
             continue;
 
         const QString destination = expandMacros(entry.destination);
-        if (only && !only->contains(QDir::cleanPath(destination)))
+        if (intact && intact->contains(QDir::cleanPath(destination)))
             continue;
         const QString source = findSource(expandMacros(entry.source));
         struct stat status;
@@ -47,7 +47,7 @@ void InstallFilesConfigurationItem::installAction()
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
         // A damaged file may keep its size and time: it is replaced unasked.
-        if (!only
+        if (!intact
             && !overwriteTest.shouldOverwrite(status.st_mtim.tv_sec, quint64(status.st_size), destination))
             continue;
 
