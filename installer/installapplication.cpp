@@ -424,12 +424,15 @@ bool InstallApplication::perform(Operation operation)
         writeRecord();
         throw InstallShutdownException();
     }
-    if (!failure.isEmpty())
+    if (!failure.isEmpty()) {
         showFailed(failure);
-    else if (succeeded)
+    } else if (succeeded) {
+        if (operation == RepairDamaged)
+            printLine(QStringLiteral("%1 files repaired").arg(m_list->rewritten()));
         showComplete(successMessage(m_mode));
-    else
+    } else {
         showFailed(failureMessage(m_mode));
+    }
     if (!(succeeded && failure.isEmpty() && operation == Remove))
         writeRecord();
     return succeeded && failure.isEmpty();

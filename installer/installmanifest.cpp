@@ -46,17 +46,16 @@ State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buff
     const Descriptor file(
         ::openat(folder.fd(), name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status;
-    if (file.get() < 0) {
-        state.exists = errno != ENOENT && errno != ENOTDIR && folder.isValid();
-        return state;
-    }
-    if (::fstat(file.get(), &status) != 0)
+    // A file this user may not read is still measured: only its content
+    // stays unknown, and so differs.
+    if (file.get() < 0 ? ::fstatat(folder.fd(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
+                       : ::fstat(file.get(), &status) != 0)
         return state;
     state.exists = true;
     state.regular = S_ISREG(status.st_mode);
     state.size = status.st_size;
     state.mode = status.st_mode & 07777;
-    if (!state.regular)
+    if (!state.regular || file.get() < 0)
         return state;
     ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     QCryptographicHash hash(QCryptographicHash::Sha256);

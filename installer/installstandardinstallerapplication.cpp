@@ -111,12 +111,6 @@ bool InstallStandardInstallerApplication::repair()
     const bool succeeded = perform(RepairDamaged);
     list()->setIntactFiles(std::nullopt);
     list()->setMedia(media());
-    if (succeeded) {
-        int written = 0;
-        for (const QString &name : InstallManifest::installedFiles(list(), destination))
-            written += intact.contains(QDir::cleanPath(destination + QLatin1Char('/') + name)) ? 0 : 1;
-        printLine(QStringLiteral("%1 files repaired").arg(written));
-    }
     return succeeded;
 }
 

@@ -99,6 +99,8 @@ void InstallArchiveConfigurationItem::installAction()
         copied.removeIf([&](const QString &name) { return intact->contains(prefix + name); });
     }
     media->copyFiles(m_archiveName, copied, folder);
+    if (root->intactFiles())
+        root->addRewritten(int(copied.size()));
 }
 
 void InstallArchiveConfigurationItem::uninstallAction()

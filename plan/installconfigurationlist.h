@@ -48,8 +48,15 @@ public:
     // A repair of damaged files: the items that copy files leave these
     // (absolute, clean paths) alone and replace the rest whatever stands
     // there. None: every file, as the overwrite rules say.
-    void setIntactFiles(std::optional<QSet<QString>> paths) { m_intactFiles = std::move(paths); }
+    void setIntactFiles(std::optional<QSet<QString>> paths)
+    {
+        m_intactFiles = std::move(paths);
+        m_rewritten = 0;
+    }
     const std::optional<QSet<QString>> &intactFiles() const { return m_intactFiles; }
+    // How many files such a repair has written so far.
+    void addRewritten(int count) { m_rewritten += count; }
+    int rewritten() const { return m_rewritten; }
 
     // Progress steps of the operations, as the progress page counts them: one
     // per item that the walk will announce with starting(). Installation: the
@@ -79,4 +86,5 @@ private:
     QPointer<InstallMedia> m_media;
     InstallOverwriteTest m_overwriteTest;
     std::optional<QSet<QString>> m_intactFiles;
+    int m_rewritten = 0;
 };

@@ -58,6 +58,8 @@ void InstallFilesConfigurationItem::installAction()
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
         InstallLog::write(QStringLiteral("written ") + destination);
+        if (intact)
+            list()->addRewritten(1);
     }
 }
 
