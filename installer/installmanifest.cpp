@@ -4,12 +4,12 @@
 #include "core/fileutils.h"
 #include "core/heldfolder.h"
 #include "core/macrotable.h"
+#include "core/sha256.h"
 #include "installer/installsettingsrecord.h"
 #include "plan/installarchiveconfigurationitem.h"
 #include "plan/installconfigurationstate.h"
 #include "plan/installfilesconfigurationitem.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QSet>
@@ -58,7 +58,7 @@ State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buff
     if (!state.regular || file.get() < 0)
         return state;
     ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     for (;;) {
         const ssize_t got = ::read(file.get(), buffer.data(), size_t(buffer.size()));
         if (got < 0 && errno == EINTR)
@@ -70,7 +70,7 @@ State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buff
         }
         if (got == 0)
             break;
-        hash.addData(QByteArrayView(buffer.constData(), got));
+        hash.addData(buffer.constData(), got);
     }
     state.sha256 = hash.result();
     return state;
