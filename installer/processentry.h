@@ -51,7 +51,9 @@ public:
     // answers: then the window shows the agreement alone), the plan, the
     // wizard and the run. Returns the application's result (1 for success)
     // or HandedOver (a window run found another installer; a silent one
-    // fails). Running out of memory fails with "error: out of memory".
+    // fails); with "--verify" only the record and the files are read, and
+    // Differs is returned when a file differs. A "--log" file is opened
+    // first. Running out of memory fails with "error: out of memory".
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows
@@ -60,7 +62,8 @@ public:
     bool displayAvailable() const;
 
     // Hands the per-user configuration folders back to the sudo user, restores
-    // the umask and ends the process at once: status 0 for result 1, else 1.
+    // the umask and ends the process at once: status 0 for result 1, 2 for
+    // Differs, else 1.
     [[noreturn]] void finish(int result);
 
     // "%s %s %s%s Setup" from the company, product and version.
