@@ -236,13 +236,18 @@ QString InstallManifest::read(const QString &path, QList<Entry> &entries)
     if (!content.isEmpty() && !content.endsWith('\n'))
         return QStringLiteral("it is damaged: it ends inside a line");
     const QList<QByteArray> lines = content.split('\n');
+    // Nothing of a damaged manifest is believed, not even its first lines.
+    auto damaged = [&entries](qsizetype line) {
+        entries.clear();
+        return QStringLiteral("it is damaged: line %1").arg(line);
+    };
     QSet<QString> seen;
     for (int i = 0; i + 1 < lines.size(); i += 2) {
         Entry entry;
         if (!parseAttributes(lines.at(i), entry))
-            return QStringLiteral("it is damaged: line %1").arg(i + 1);
+            return damaged(i + 1);
         if (i + 2 >= lines.size() || !parseFile(lines.at(i + 1), entry) || seen.contains(entry.name))
-            return QStringLiteral("it is damaged: line %1").arg(i + 2);
+            return damaged(i + 2);
         seen.insert(entry.name);
         entries.append(entry);
     }
