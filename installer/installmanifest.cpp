@@ -81,6 +81,8 @@ State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buff
 QVector<State> inspectAll(const QString &destination, const QStringList &names)
 {
     QVector<State> states(names.size());
+    // Each worker writes only its own elements, never the vector itself.
+    State *results = states.data();
     std::atomic<int> next { 0 };
     auto work = [&] {
         const HeldFolder root = HeldFolder::open(destination);
@@ -95,7 +97,7 @@ QVector<State> inspectAll(const QString &destination, const QStringList &names)
                 folder = root.isValid() ? root.below(folderOfName) : HeldFolder();
                 folderName = folderOfName;
             }
-            states[i] = inspect(folder, QFile::encodeName(name.mid(slash + 1)), buffer);
+            results[i] = inspect(folder, QFile::encodeName(name.mid(slash + 1)), buffer);
         }
     };
     const int workers = std::max(1, std::min<int>(QThread::idealThreadCount(), int(names.size())));
