@@ -2,9 +2,11 @@
 
 #include "core/installlog.h"
 #include "core/macrotable.h"
+#include "core/places.h"
 #include "installer/installmanifest.h"
 #include "installer/installsettingsrecord.h"
 
+#include <QFileInfo>
 #include <QStringList>
 
 #include <cstdio>
@@ -26,7 +28,11 @@ InstallVerification::InstallVerification(InstallConfigurationList *list)
 
 InstallVerification::Outcome InstallVerification::run()
 {
-    const QString recordPath = InstallSettingsRecord::defaultPath();
+    // As the maintenance modes do: the record beside the running copy
+    // ("uninstall --verify"), else the one under the destination.
+    QString recordPath = QFileInfo(Places::executablePath()).absolutePath() + QStringLiteral("/IConf.xml");
+    if (!QFileInfo::exists(recordPath))
+        recordPath = InstallSettingsRecord::defaultPath();
     const InstallSettingsRecord record(m_list);
     if (!record.load(recordPath)) {
         print(stderr,
@@ -34,8 +40,9 @@ InstallVerification::Outcome InstallVerification::run()
                 .arg(recordPath, record.failure()));
         return Failed;
     }
-    // The record has restored the destination it describes.
-    const QString manifestPath = InstallManifest::defaultPath();
+    // The record has restored the destination it describes; the manifest
+    // is written beside it.
+    const QString manifestPath = QFileInfo(recordPath).absolutePath() + QStringLiteral("/manifest.sha256");
     QList<InstallManifest::Entry> entries;
     const QString failure = InstallManifest::read(manifestPath, entries);
     if (!failure.isEmpty()) {

@@ -864,7 +864,8 @@ class Truth(Case):
         self.assertEqual((code, err, out.splitlines()[-3:-1]), (0, "", ["3 files repaired", "Repair Complete"]))
         self.assertInstalled()
         self.assertEqual(untouched, {name: os.stat(os.path.join(self.destination, name)).st_ino for name in untouched})
-        self.assertEqual(self.run_setup(verify[:-2], prefix=AS_NOBODY)[0], 0)
+        uninstall = os.path.join(self.destination, "bin", "uninstall")
+        self.assertEqual(self.run_setup(["--verify"], program=uninstall, prefix=AS_NOBODY, cwd="/")[0], 0)
         lines = read(log).decode().splitlines()
         self.assertEqual(lines[0], "kept")
         # Installed and repaired, installed only, and the verify and repair lines.
