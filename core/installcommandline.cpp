@@ -71,6 +71,14 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
         } else if (option == QLatin1String("--user-mode-install")) {
             m_rootRequired = false;
             table.setPath(QStringLiteral("OSAppDir"), Places::userDataFolder());
+        } else if (option == QLatin1String("--verify")) {
+            m_verify = true;
+        } else if (option == QLatin1String("--log")) {
+            // Made absolute now: the run changes no folder, but messages name it.
+            m_logFile = value(i);
+            if (m_logFile.isEmpty())
+                throw HException(QStringLiteral("argument expected"));
+            m_logFile = QDir::current().absoluteFilePath(m_logFile);
         } else if (!parseDeploymentOption(arguments, i)) {
             throw HException(QStringLiteral("Unknown command line option: '") + option + QLatin1Char('\''));
         }
@@ -97,7 +105,8 @@ void InstallCommandLine::parse(const QStringList &arguments, MacroTable &table)
         m_rootRequired = false;
         table.setPath(QStringLiteral("OSAppDir"), Places::userDataFolder());
     }
-    if (m_rootRequired && !Console::isAdministrator())
+    // Verifying reads what anyone may read, and writes nothing.
+    if (m_rootRequired && !Console::isAdministrator() && !m_verify)
         throw HException(QStringLiteral("The installer must be run as root"));
 }
 

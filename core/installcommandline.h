@@ -35,6 +35,7 @@ public:
     // installation to modify, repair or remove maintains it in user mode.
     // Throws HException with "Unknown command line option: '...'"
     // or "The installer must be run as root"; nothing has been installed then.
+    // "--log" with no file is "argument expected".
     void parse(const QStringList &arguments, MacroTable &table);
 
     int runFlags() const { return m_runFlags; }
@@ -55,6 +56,11 @@ public:
     bool isDryRun() const { return m_dryRun != NoDryRun; }
     // In the order given; the titles are matched against the plan later.
     const QList<FeatureSwitch> &featureSwitches() const { return m_featureSwitches; }
+    // "--verify": compare the installation with its manifest; no medium and
+    // no root needed, nothing is written.
+    bool verifies() const { return m_verify; }
+    // "--log FILE": empty when not given.
+    const QString &logFile() const { return m_logFile; }
 
 private:
     static bool ownsInstallation(const MacroTable &table);
@@ -75,4 +81,6 @@ private:
     bool m_hasInstallType = false;
     InstallMode::Mode m_installType = InstallMode::Typical;
     InstallMode::Mode m_mode = InstallMode::Typical;
+    bool m_verify = false;
+    QString m_logFile;
 };

@@ -1,5 +1,6 @@
 #include "core/installsilentquestion.h"
 
+#include "core/installlog.h"
 #include "core/plaintext.h"
 
 InstallSilentQuestion::InstallSilentQuestion(std::FILE *stream)
@@ -54,6 +55,7 @@ QString InstallSilentQuestion::buttonName(int button)
 
 void InstallSilentQuestion::writeLine(const QString &line)
 {
+    InstallLog::write(line);
     // Standard output first, so the line lands after what was already printed.
     std::fflush(stdout);
     std::fprintf(m_stream, "%s\n", line.toLocal8Bit().constData());

@@ -2,6 +2,7 @@
 
 #include "core/console.h"
 #include "core/hexception.h"
+#include "core/installlog.h"
 #include "core/plaintextrenderer.h"
 #include "installer/licencedocument.h"
 
@@ -25,8 +26,10 @@ void ConsoleLicencePrompt::confirmAgreement(int columns, int rows)
         throw HException(error);
     const bool interactive = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     ConsoleLicencePrompt prompt(interactive, rows);
+    // The agreement itself is the product's, not news: the log gets the answer.
     if (!prompt.ask(text.split(QLatin1Char('\n'))))
         throw HException(QStringLiteral("License agreement not accepted"));
+    InstallLog::write(QStringLiteral("License agreement accepted"));
     std::fputs("License agreement accepted\n", stdout);
     std::fflush(stdout);
 }

@@ -2,14 +2,17 @@
 
 #include "core/hexception.h"
 #include "core/installexception.h"
+#include "core/installlog.h"
 #include "core/installquestion.h"
 #include "core/installshutdownexception.h"
+#include "core/installsilentquestion.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
 #include "core/plaintext.h"
 #include "installer/installconsolequestion.h"
 #include "installer/installdeploymentplan.h"
 #include "installer/installerlogging.h"
+#include "installer/installmanifest.h"
 #include "installer/installmodetexts.h"
 #include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
@@ -33,9 +36,37 @@ std::unique_ptr<InstallMedia> createMedia(const InstallCommandLine &commandLine)
 
 void writeTo(std::FILE *stream, const QString &text)
 {
+    InstallLog::write(text);
     std::fputs(text.toLocal8Bit().constData(), stream);
     std::fflush(stream);
 }
+
+// The window's questions, each written to the log with the answer given.
+class LoggedQuestion : public InstallQuestion
+{
+public:
+    explicit LoggedQuestion(InstallQuestion *question)
+        : m_question(question)
+    { }
+
+    int ask(const QString &heading, const QString &text, int buttons, int defaultButton) override
+    {
+        const int answer = m_question->ask(heading, text, buttons, defaultButton);
+        InstallLog::write(plainLine(heading + QStringLiteral(": ") + text) + QStringLiteral(" -> ")
+            + InstallSilentQuestion::buttonName(answer));
+        return answer;
+    }
+
+    QString locateFile(const QString &path) override
+    {
+        const QString located = m_question->locateFile(path);
+        InstallLog::write(QStringLiteral("Locate ") + path + QStringLiteral(" -> ") + located);
+        return located;
+    }
+
+private:
+    InstallQuestion *m_question;
+};
 
 } // namespace
 
@@ -63,7 +94,8 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
     connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
-        m_list->setQuestion(m_wizard->question());
+        m_windowQuestion = std::make_unique<LoggedQuestion>(m_wizard->question());
+        m_list->setQuestion(m_windowQuestion.get());
         connect(this, &InstallApplication::modeChanged, m_wizard,
             &InstallWizardInterface::installationModeChanged);
         connect(m_wizard, &InstallWizardInterface::nextClicked, this, &InstallApplication::onNextClicked);
@@ -128,9 +160,10 @@ void InstallApplication::handleEvent(const std::function<void()> &handler)
 void InstallApplication::reportInstallationError(const QString &message)
 {
     qCInfo(lcInstaller) << "Installation error:" << message;
-    if (m_wizard)
+    if (m_wizard) {
+        InstallLog::write(QStringLiteral("error: ") + plainLine(message));
         m_wizard->reportInstallationError(expandMacros(message));
-    else
+    } else
         writeTo(stderr, QStringLiteral("error: ") + plainLine(message) + QLatin1Char('\n'));
 }
 
@@ -140,6 +173,8 @@ void InstallApplication::showComplete(const QString &message)
         ? QStringLiteral("<p>Click Finish to close the installer.")
         : QStringLiteral("<p>Click Finish to complete the installation.");
     if (m_wizard) {
+        InstallLog::write(
+            InstallModeTexts::of(m_mode).completeTitle + QLatin1Char('\n') + plainLines(message));
         m_wizard->setPageText(InstallWizardInterface::CompletePage,
             InstallModeTexts::of(m_mode).completeTitle, message + closing);
         showPage(InstallWizardInterface::CompletePage);
@@ -155,6 +190,8 @@ void InstallApplication::showComplete(const QString &message)
 void InstallApplication::showFailed(const QString &message)
 {
     if (m_wizard) {
+        InstallLog::write(
+            InstallModeTexts::of(m_mode).failedTitle + QStringLiteral("\nerror: ") + plainLine(message));
         m_wizard->setPageText(InstallWizardInterface::FailedPage, InstallModeTexts::of(m_mode).failedTitle,
             message + QStringLiteral("<p>Click Finish to terminate the installer."));
         showPage(InstallWizardInterface::FailedPage);
@@ -221,7 +258,7 @@ void InstallApplication::onCancelClicked(int id)
             : QStringLiteral(
                 "<p>Are you sure you want to terminate the installation?<p>Click Yes to terminate or No "
                 "to continue.");
-        const int answer = m_wizard->question()->ask(expandMacros(InstallModeTexts::of(m_mode).cancelTitle),
+        const int answer = m_windowQuestion->ask(expandMacros(InstallModeTexts::of(m_mode).cancelTitle),
             expandMacros(InstallModeTexts::of(m_mode).cancelLead + question),
             InstallQuestion::Yes | InstallQuestion::No, InstallQuestion::Yes);
         if (answer != InstallQuestion::Yes)
@@ -262,9 +299,10 @@ int InstallApplication::remapPage(int id, Mode)
 
 bool InstallApplication::perform(Operation operation)
 {
-    static const InstallWizardInterface::ProgressPhase phases[] = { InstallWizardInterface::Installing,
-        InstallWizardInterface::Upgrading, InstallWizardInterface::Installing,
-        InstallWizardInterface::Repairing, InstallWizardInterface::Removing };
+    static const InstallWizardInterface::ProgressPhase phases[]
+        = { InstallWizardInterface::Installing, InstallWizardInterface::Upgrading,
+              InstallWizardInterface::Installing, InstallWizardInterface::Repairing,
+              InstallWizardInterface::Removing, InstallWizardInterface::Repairing };
     if (!hasSpaceFor(operation))
         return false;
     if (m_wizard) {
@@ -298,12 +336,15 @@ bool InstallApplication::perform(Operation operation)
         writeRecord();
         throw InstallShutdownException();
     }
-    if (!failure.isEmpty())
+    if (!failure.isEmpty()) {
         showFailed(failure);
-    else if (succeeded)
+    } else if (succeeded) {
+        if (operation == RepairDamaged)
+            printLine(QStringLiteral("%1 files repaired").arg(m_list->rewritten()));
         showComplete(InstallModeTexts::of(m_mode).success);
-    else
+    } else {
         showFailed(InstallModeTexts::of(m_mode).failure);
+    }
     if (!(succeeded && failure.isEmpty() && operation == Remove))
         writeRecord();
     return succeeded && failure.isEmpty();
@@ -333,12 +374,13 @@ bool InstallApplication::hasSpaceFor(Operation operation)
 
 int InstallApplication::showPlan(Operation operation)
 {
-    static const char *const names[] = { "install", "upgrade", "modify", "repair", "remove" };
+    static const char *const names[] = { "install", "upgrade", "modify", "repair", "remove", "repair" };
     const QString mode = QLatin1String(names[operation]);
     const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
     InstallDeploymentPlan plan(m_list, operation != Install, operation != Remove);
     if (operation != Install)
-        plan.compareFiles(destination, InstallSettingsRecord::defaultPath());
+        plan.compareFiles(
+            destination, { InstallSettingsRecord::defaultPath(), InstallManifest::defaultPath() });
     writeTo(stdout,
         m_commandLine.dryRun() == InstallCommandLine::DryRunJson
             ? QString::fromUtf8(plan.json(mode, destination))
@@ -388,6 +430,7 @@ bool InstallApplication::walk(Operation operation)
 
     switch (operation) {
     case Install:
+    case RepairDamaged:
         setPrefix(installing);
         return m_list->install();
     case Remove:

@@ -97,7 +97,8 @@ signals:
 
 protected:
     // What the operation walks do, in the order they run.
-    enum Operation { Install, Upgrade, Modify, Repair, Remove };
+    // RepairDamaged installs again all but the list's intactFiles().
+    enum Operation { Install, Upgrade, Modify, Repair, Remove, RepairDamaged };
 
     // The silent run from start to end; returns when it is over.
     virtual void runSilent() = 0;
@@ -130,6 +131,8 @@ protected:
     void processEvents();
     // Ends the run with the result.
     void quit(int result);
+    // A line on standard output, and in the log.
+    void printLine(const QString &line);
     // Runs what an event handler (a button, a queued call) does. No exception
     // may cross the toolkit's event loop: running out of memory stops the
     // walk and ends the run here, and run() throws it again once the loop
@@ -158,13 +161,14 @@ private:
     void onOperationStep();
     void connectMedia();
     bool walk(Operation operation);
-    void printLine(const QString &line);
 
     InstallCommandLine m_commandLine;
     InstallConfigurationList *m_list;
     InstallWizardInterface *m_wizard;
     std::unique_ptr<InstallMedia> m_media;
     std::unique_ptr<InstallQuestion> m_consoleQuestion;
+    // The window's question box, answers logged.
+    std::unique_ptr<InstallQuestion> m_windowQuestion;
     Mode m_mode;
     int m_runFlags;
     int m_result = Failed;

@@ -117,7 +117,7 @@ InstallDeploymentPlan::FileSystem &InstallDeploymentPlan::fileSystemOf(const QSt
     return m_fileSystems.last();
 }
 
-void InstallDeploymentPlan::compareFiles(const QString &destination, const QString &record)
+void InstallDeploymentPlan::compareFiles(const QString &destination, const QStringList &bookkeeping)
 {
     QSet<QString> written;
     for (const Step &step : std::as_const(m_steps)) {
@@ -136,7 +136,7 @@ void InstallDeploymentPlan::compareFiles(const QString &destination, const QStri
         QDirIterator::Subdirectories);
     while (files.hasNext()) {
         const QString path = files.next();
-        if (!written.contains(path) && !deleted.contains(path) && path != record)
+        if (!written.contains(path) && !deleted.contains(path) && !bookkeeping.contains(path))
             m_kept.append(path);
     }
     m_replaced.sort();

@@ -42,9 +42,10 @@ public:
     InstallDeploymentPlan(InstallConfigurationList *list, bool removes, bool installs);
 
     // Sorts the files the steps delete into replaced and removed, and finds
-    // the files below destination that stay (the user's own); record is
-    // written after the walks and is none of them.
-    void compareFiles(const QString &destination, const QString &record);
+    // the files below destination that stay (the user's own); the
+    // bookkeeping files (record, manifest) are written after the walks and
+    // are none of them.
+    void compareFiles(const QString &destination, const QStringList &bookkeeping);
 
     const QList<Step> &steps() const { return m_steps; }
     const QList<FileSystem> &fileSystems() const { return m_fileSystems; }

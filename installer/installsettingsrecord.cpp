@@ -72,7 +72,8 @@ QString InstallSettingsRecord::defaultPath()
     return expandMacros(QStringLiteral("$(InstallerDir)/IConf.xml"));
 }
 
-QString InstallSettingsRecord::readTrusted(const QString &path, QByteArray &content)
+QString InstallSettingsRecord::readTrusted(
+    const QString &path, QByteArray &content, qint64 maxSize, const QString &what)
 {
     const QFileInfo info(path);
     const HeldFolder folder = HeldFolder::open(info.absolutePath());
@@ -86,7 +87,7 @@ QString InstallSettingsRecord::readTrusted(const QString &path, QByteArray &cont
     struct stat status;
     if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return QStringLiteral("it is not a file");
-    if (status.st_size > MaxSize)
+    if (status.st_size > maxSize)
         return QStringLiteral("it is too large");
     // Root obeys only a record that nobody else could have written.
     struct stat folderStatus;
@@ -94,7 +95,7 @@ QString InstallSettingsRecord::readTrusted(const QString &path, QByteArray &cont
         const QString why
             = distrust(status, QStringLiteral("it ")) + distrust(folderStatus, QStringLiteral("its folder "));
         if (!why.isEmpty())
-            throw HException(QStringLiteral("Cannot trust the installation record ") + path
+            throw HException(QStringLiteral("Cannot trust the ") + what + QLatin1Char(' ') + path
                 + QStringLiteral(": ") + why.trimmed());
     }
     content.resize(status.st_size);

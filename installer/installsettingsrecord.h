@@ -42,12 +42,17 @@ public:
     // "there is none", "it is damaged", ...
     const QString &failure() const { return m_failure; }
 
-private:
     // A record larger than this is no record this installer wrote.
     static constexpr qint64 MaxSize = qint64(16) << 20;
-    // Empty when the content was read, else why not.
-    static QString readTrusted(const QString &path, QByteArray &content);
+    // Reads a file the installation keeps beside the record, through its
+    // held folder and never through a link. Empty when the content was read,
+    // else why not. Run as root, throws HException "Cannot trust the " +
+    // what + " PATH: ..." when it or its folder is another user's or others
+    // may write to it.
+    static QString readTrusted(const QString &path, QByteArray &content, qint64 maxSize = MaxSize,
+        const QString &what = QStringLiteral("installation record"));
 
+private:
     InstallConfigurationList *m_list;
     mutable QString m_failure;
 };

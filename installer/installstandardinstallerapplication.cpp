@@ -3,11 +3,13 @@
 #include "core/console.h"
 #include "core/hexception.h"
 #include "core/installexception.h"
+#include "core/installlog.h"
 #include "core/installquestion.h"
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
 #include "installer/installerlogging.h"
+#include "installer/installmanifest.h"
 #include "installer/installsettingsrecord.h"
 #include "installer/installwizardinterface.h"
 #include "plan/installconfigurationlist.h"
@@ -38,6 +40,13 @@ void reinstallSelected(InstallConfigurationItem *item)
         item->setInstalled(InstallConfigurationItem::notInstalled);
     for (InstallConfigurationItem *child : item->children())
         reinstallSelected(child);
+}
+
+void forgetInstalled(InstallConfigurationItem *item)
+{
+    item->setInstalled(InstallConfigurationItem::notInstalled);
+    for (InstallConfigurationItem *child : item->children())
+        forgetInstalled(child);
 }
 
 } // namespace
@@ -73,8 +82,42 @@ bool InstallStandardInstallerApplication::readRecord(const QString &path, QStrin
 void InstallStandardInstallerApplication::writeRecord()
 {
     const QString path = recordPath();
-    if (!InstallSettingsRecord(list()).save(path))
+    if (InstallSettingsRecord(list()).save(path))
+        InstallLog::write(QStringLiteral("written ") + path);
+    else
         qCWarning(lcInstaller) << "Cannot record the installation in" << path;
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    const QString manifest = InstallManifest::defaultPath();
+    if (InstallManifest::write(manifest, destination, InstallManifest::installedFiles(list(), destination)))
+        InstallLog::write(QStringLiteral("written ") + manifest);
+    else
+        qCWarning(lcInstaller) << "Cannot write the installation manifest" << manifest;
+}
+
+bool InstallStandardInstallerApplication::repair()
+{
+    // Without a usable manifest nothing tells the damaged files apart:
+    // everything is installed again.
+    QList<InstallManifest::Entry> entries;
+    if (!InstallManifest::read(InstallManifest::defaultPath(), entries).isEmpty())
+        return perform(Repair);
+    const QString destination = expandMacros(QStringLiteral("$(DestDir)"));
+    QSet<QString> intact;
+    for (const InstallManifest::Entry &entry : std::as_const(entries))
+        intact.insert(QDir::cleanPath(destination + QLatin1Char('/') + entry.name));
+    for (const InstallManifest::Finding &finding : InstallManifest::check(destination, entries))
+        intact.remove(QDir::cleanPath(destination + QLatin1Char('/') + finding.name));
+    // As after the removal a full repair starts with, every selected item is
+    // installed; files the manifest does not know (a run that stopped
+    // early) are written too.
+    forgetInstalled(list());
+    list()->setIntactFiles(intact);
+    // A damaged file may have kept its size and time, which would keep it.
+    media()->setOverwriteDecision(nullptr);
+    const bool succeeded = perform(RepairDamaged);
+    list()->setIntactFiles(std::nullopt);
+    list()->setMedia(media());
+    return succeeded;
 }
 
 void InstallStandardInstallerApplication::start()
@@ -155,7 +198,8 @@ void InstallStandardInstallerApplication::runSilent()
             quit(showPlan(operation));
             return;
         }
-        const bool succeeded = perform(operation);
+        // A repair with a manifest writes only what is damaged.
+        const bool succeeded = operation == Repair ? repair() : perform(operation);
         if (!hasEnded())
             quit(succeeded ? Succeeded : Failed);
     } catch (const HException &e) {

@@ -47,4 +47,8 @@ private:
     // Reads the record of a maintenance run and makes sure a destination is
     // known. False when the user cancelled the folder chooser.
     bool locateInstallation();
+    // A silent repair: with a manifest only the files that are missing or
+    // differ from it are written again, and their count is printed;
+    // without one, everything installed is installed again.
+    bool repair();
 };

@@ -5,11 +5,13 @@
 #include "core/entrycommandline.h"
 #include "core/hexception.h"
 #include "core/installcommandline.h"
+#include "core/installlog.h"
 #include "core/macrotable.h"
 #include "core/productinfo.h"
 #include "installer/brantleinstallerapplication.h"
 #include "installer/copyfilesmode.h"
 #include "installer/installsingleinstance.h"
+#include "installer/installverification.h"
 #include "installer/installwizardfactory.h"
 #include "installer/installwizardinterface.h"
 #include "plan/configurationlist.h"
@@ -37,6 +39,7 @@ namespace {
 // Console errors: standard output first, so the error comes after what was printed.
 void printError(const QString &message)
 {
+    InstallLog::write(QStringLiteral("error: ") + message);
     std::fflush(stdout);
     std::fprintf(stderr, "error: %s\n", message.toLocal8Bit().constData());
     std::fflush(stderr);
@@ -187,6 +190,26 @@ int ProcessEntry::runInstallerUnguarded(InstallWizardFactory &factory)
     // QT_LOGGING_RULES (such as "setup.*=true") turns them on again.
     QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
     toolkitHandler = qInstallMessageHandler(handleMessage);
+    if (commandLineError.isEmpty() && !commandLine.logFile().isEmpty()) {
+        const QString why = InstallLog::open(commandLine.logFile());
+        if (!why.isEmpty()) {
+            printError(QStringLiteral("Cannot use the log file %1: %2").arg(commandLine.logFile(), why));
+            return InstallApplication::Failed;
+        }
+    }
+    if (commandLineError.isEmpty() && commandLine.verifies()) {
+        // Neither a medium nor a window: only the record and the files.
+        const QCoreApplication application(m_argc, m_argv);
+        ConfigurationList list(commandLine.rootRequired());
+        try {
+            static const int results[]
+                = { InstallApplication::Succeeded, Differs, InstallApplication::Failed };
+            return results[InstallVerification(&list).run()];
+        } catch (const HException &e) {
+            printError(e.message());
+        }
+        return InstallApplication::Failed;
+    }
     // A silent installation still shows the agreement in a window when it
     // was not accepted on the command line and a display answers; the run
     // itself stays silent.
@@ -298,7 +321,10 @@ void ProcessEntry::finish(int result)
     ::umask(m_savedUmask);
     std::fflush(stdout);
     std::fflush(stderr);
-    ::_exit(result == InstallApplication::Succeeded ? 0 : result == InstallApplication::NoSpace ? 3 : 1);
+    ::_exit(result == InstallApplication::Succeeded ? 0
+            : result == Differs                     ? 2
+            : result == InstallApplication::NoSpace ? 3
+                                                    : 1);
 }
 
 QString ProcessEntry::instanceIdentifier()

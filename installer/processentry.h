@@ -22,6 +22,8 @@ public:
     // Returned by runInstaller() when an installer already runs: it has been
     // told to come to the front and this process ends with status 0.
     static const int HandedOver = -2;
+    // A verification found files that differ from the manifest: exit status 2.
+    static const int Differs = -3;
 
     ProcessEntry(int argc, char **argv);
     ~ProcessEntry();
@@ -49,7 +51,9 @@ public:
     // answers: then the window shows the agreement alone), the plan, the
     // wizard and the run. Returns the application's result (1 for success)
     // or HandedOver (a window run found another installer; a silent one
-    // fails). Running out of memory fails with "error: out of memory".
+    // fails); with "--verify" only the record and the files are read, and
+    // Differs is returned when a file differs. A "--log" file is opened
+    // first. Running out of memory fails with "error: out of memory".
     int runInstaller(InstallWizardFactory &factory);
 
     // Whether a window could be opened: the platform in use is one that shows
@@ -58,8 +62,8 @@ public:
     bool displayAvailable() const;
 
     // Hands the per-user configuration folders back to the sudo user, restores
-    // the umask and ends the process at once: status 0 for result 1, 3 for
-    // not enough space, else 1.
+    // the umask and ends the process at once: status 0 for result 1, 2 for
+    // Differs, 3 for not enough space, else 1.
     [[noreturn]] void finish(int result);
 
     // "%s %s %s%s Setup" from the company, product and version.

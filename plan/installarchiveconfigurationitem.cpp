@@ -1,11 +1,13 @@
 #include "plan/installarchiveconfigurationitem.h"
 
 #include "core/installexception.h"
+#include "core/installlog.h"
 #include "core/macrotable.h"
 #include "media/installmedia.h"
 #include "plan/installconfigurationlist.h"
 #include "plan/installfiledeletion.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 #include <climits>
@@ -75,14 +77,30 @@ void InstallArchiveConfigurationItem::installAction()
     announceTotalSteps(qint64(std::min<quint64>(totalSize >> 10, INT_MAX)));
 
     m_bytesExtracted = 0;
+    const QString folder = expandMacros(m_destination);
+    QString announced;
     const ConnectionGuard connections {
+        connect(media, &InstallMedia::extractingFile, this,
+            [&announced](const QString &name) { announced = name; }),
+        connect(media, &InstallMedia::extractedFile, this,
+            [&] {
+                if (InstallLog::isOpen())
+                    InstallLog::write(QStringLiteral("written ") + folder + QLatin1Char('/') + announced);
+            }),
         connect(media, &InstallMedia::extractedFile, this, &InstallArchiveConfigurationItem::extractedFile),
         connect(media, &InstallMedia::extractedBytes, this,
             [this](quint64 bytesOfFile) { reportBytes(m_bytesExtracted + bytesOfFile); }),
         connect(media, &InstallMedia::extractingFile, this,
             qOverload<const QString &>(&InstallConfigurationItem::progress)),
     };
-    media->copyFiles(m_archiveName, m_files, expandMacros(m_destination));
+    QStringList copied = m_files;
+    if (const std::optional<QSet<QString>> &intact = root->intactFiles()) {
+        const QString prefix = QDir::cleanPath(folder) + QLatin1Char('/');
+        copied.removeIf([&](const QString &name) { return intact->contains(prefix + name); });
+    }
+    media->copyFiles(m_archiveName, copied, folder);
+    if (root->intactFiles())
+        root->addRewritten(int(copied.size()));
 }
 
 void InstallArchiveConfigurationItem::uninstallAction()

@@ -5,8 +5,10 @@
 #include "plan/installoverwritetest.h"
 
 #include <QPointer>
+#include <QSet>
 
 #include <memory>
+#include <optional>
 
 class InstallModeSource;
 
@@ -43,6 +45,19 @@ public:
 
     InstallOverwriteTest &overwriteTest() { return m_overwriteTest; }
 
+    // A repair of damaged files: the items that copy files leave these
+    // (absolute, clean paths) alone and replace the rest whatever stands
+    // there. None: every file, as the overwrite rules say.
+    void setIntactFiles(std::optional<QSet<QString>> paths)
+    {
+        m_intactFiles = std::move(paths);
+        m_rewritten = 0;
+    }
+    const std::optional<QSet<QString>> &intactFiles() const { return m_intactFiles; }
+    // How many files such a repair has written so far.
+    void addRewritten(int count) { m_rewritten += count; }
+    int rewritten() const { return m_rewritten; }
+
     // Progress steps of the operations, as the progress page counts them: one
     // per item that the walk will announce with starting(). Installation: the
     // items that will be installed and are not fully installed. Removal: the
@@ -70,4 +85,6 @@ private:
     std::unique_ptr<InstallQuestion> m_silentQuestion;
     QPointer<InstallMedia> m_media;
     InstallOverwriteTest m_overwriteTest;
+    std::optional<QSet<QString>> m_intactFiles;
+    int m_rewritten = 0;
 };

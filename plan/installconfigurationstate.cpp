@@ -53,19 +53,6 @@ bool decodeText(const QString &encoded, QString &text)
     return true;
 }
 
-// A file an item wrote is named relative to its folder, as archive members
-// are: a record naming anything else was not written by this installer.
-bool isPlainRelativeName(const QString &name)
-{
-    if (name.isEmpty() || name.startsWith(QLatin1Char('/')) || name.contains(QChar(0)))
-        return false;
-    for (const QStringView part : QStringView(name).split(QLatin1Char('/'))) {
-        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
-            return false;
-    }
-    return true;
-}
-
 QString className(const InstallConfigurationItem *item)
 {
     return QString::fromLatin1(item->metaObject()->className());
@@ -126,6 +113,19 @@ bool childElements(const QDomElement &element, const QStringList &allowed, QList
 }
 
 } // namespace
+
+// A file an item wrote is named relative to its folder, as archive members
+// are: a record naming anything else was not written by this installer.
+bool InstallConfigurationState::isPlainRelativeName(const QString &name)
+{
+    if (name.isEmpty() || name.startsWith(QLatin1Char('/')) || name.contains(QChar(0)))
+        return false;
+    for (const QStringView part : QStringView(name).split(QLatin1Char('/'))) {
+        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
+            return false;
+    }
+    return true;
+}
 
 bool InstallConfigurationState::write(const InstallConfigurationList &list, QXmlStreamWriter &writer)
 {

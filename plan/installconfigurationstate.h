@@ -46,6 +46,10 @@ public:
     // Gives every matched item its recorded state, parents first.
     void apply() const;
 
+    // Relative, with no empty, "." or ".." part and no zero byte: the names
+    // archive members may have, and the only ones a record or manifest may hold.
+    static bool isPlainRelativeName(const QString &name);
+
 private:
     struct ItemState
     {

@@ -1,5 +1,6 @@
 #include "plan/installfiledeletion.h"
 
+#include "core/installlog.h"
 #include "core/installquestion.h"
 #include "core/installusercancelexception.h"
 #include "core/macrotable.h"
@@ -82,8 +83,10 @@ void InstallFileDeletion::deleteFile(const HeldFolder &folder, const QString &na
             qCDebug(lcPlan) << "leaving" << path << "in place: not a regular file";
             return;
         }
-        if (::unlinkat(folder.fd(), encoded.constData(), 0) == 0)
+        if (::unlinkat(folder.fd(), encoded.constData(), 0) == 0) {
+            InstallLog::write(QStringLiteral("removed ") + path);
             return;
+        }
         const int answer = m_item->question()->ask(QStringLiteral("Cannot remove ") + name,
             QStringLiteral("The file ") + path
                 + QStringLiteral(" cannot be removed, please check that it is not in use.<p>Click Retry to "

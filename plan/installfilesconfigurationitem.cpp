@@ -2,12 +2,15 @@
 
 #include "core/fileutils.h"
 #include "core/installexception.h"
+#include "core/installlog.h"
 #include "core/installmode.h"
 #include "core/installquestion.h"
 #include "core/macrotable.h"
+#include "plan/installconfigurationlist.h"
 #include "plan/installfiledeletion.h"
 #include "plan/installoverwritetest.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -28,19 +31,24 @@ void InstallFilesConfigurationItem::installAction()
 {
     announceTotalSteps(entryCount());
     InstallOverwriteTest overwriteTest(question());
+    const std::optional<QSet<QString>> intact = list() ? list()->intactFiles() : std::nullopt;
     for (int i = 0; i < entryCount(); ++i) {
         emit progress(i);
         const File &entry = m_entries.at(i);
         if (entry.flags & SkipOnInstall)
             continue;
 
-        const QString source = findSource(expandMacros(entry.source));
         const QString destination = expandMacros(entry.destination);
+        if (intact && intact->contains(QDir::cleanPath(destination)))
+            continue;
+        const QString source = findSource(expandMacros(entry.source));
         struct stat status;
         if (::stat(QFile::encodeName(source).constData(), &status) != 0)
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
-        if (!overwriteTest.shouldOverwrite(status.st_mtim.tv_sec, quint64(status.st_size), destination))
+        // A damaged file may keep its size and time: it is replaced unasked.
+        if (!intact
+            && !overwriteTest.shouldOverwrite(status.st_mtim.tv_sec, quint64(status.st_size), destination))
             continue;
 
         const QString folder = QFileInfo(destination).absolutePath();
@@ -49,6 +57,9 @@ void InstallFilesConfigurationItem::installAction()
         if (!FileUtils::copyFile(source, destination))
             throw InstallException(
                 QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + destination);
+        InstallLog::write(QStringLiteral("written ") + destination);
+        if (intact)
+            list()->addRewritten(1);
     }
 }
 
@@ -61,6 +72,16 @@ QString InstallFilesConfigurationItem::findSource(const QString &source) const
             throw InstallException(QStringLiteral("Cannot find file '") + source + QStringLiteral("'"));
     }
     return path;
+}
+
+QStringList InstallFilesConfigurationItem::targets() const
+{
+    QStringList paths;
+    for (const File &entry : m_entries) {
+        if (!(entry.flags & SkipOnInstall))
+            paths.append(expandMacros(entry.destination));
+    }
+    return paths;
 }
 
 void InstallFilesConfigurationItem::uninstallAction()

@@ -32,6 +32,8 @@ public:
         const QString &description, int level, bool visible, quint32 flags, const Entry *table);
 
     int entryCount() const { return int(m_entries.size()); }
+    // Where the files it installs go, expanded.
+    QStringList targets() const;
 
     InstallFootprints installFootprint() const override;
     InstallFootprints removalFootprint() const override;

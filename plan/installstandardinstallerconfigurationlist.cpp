@@ -32,6 +32,7 @@ InstallStandardInstallerConfigurationList::InstallStandardInstallerConfiguration
     auto *recordRemover = new InstallFileRemovalConfigurationItem(
         this, QStringLiteral("System File Remover"), QString(), 0, false);
     recordRemover->addFile(QStringLiteral("$(InstallerDir)/IConf.xml"));
+    recordRemover->addFile(QStringLiteral("$(InstallerDir)/manifest.sha256"));
 
     auto *settingKey = new InstallSettingKeyConfigurationItem(
         QStringLiteral("$(ProductRegKey)/Installer/$(Version)$(AltArch)"), this,

@@ -1,7 +1,7 @@
 // The core library through its public behaviour: macro expansion, the two
 // command-line passes, commands run by argument list, files replaced without
 // writing through what stands in their place, the agreement as plain text and
-// the answers of a silent run.
+// the answers of a silent run, and SHA-256 against the portable one.
 #include "core/entrycommandline.h"
 #include "core/fileutils.h"
 #include "core/hexception.h"
@@ -11,6 +11,7 @@
 #include "core/places.h"
 #include "core/plaintextrenderer.h"
 #include "core/runcommand.h"
+#include "core/sha256.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -64,6 +65,8 @@ private slots:
     void render();
     void silentAnswers_data();
     void silentAnswers();
+    void sha256_data();
+    void sha256();
 
 private:
     QTemporaryDir m_home;
@@ -449,6 +452,31 @@ void tst_Core::silentAnswers()
     QVERIFY(std::fread(written, 1, sizeof written - 1, log) > 0);
     std::fclose(log);
     QCOMPARE(QString::fromLocal8Bit(written), line);
+}
+
+void tst_Core::sha256_data()
+{
+    // Lengths around the padding's edges and the block size, fed in pieces
+    // that start and end inside blocks.
+    QTest::addColumn<int>("length");
+    QTest::addColumn<int>("piece");
+    for (const int length : { 0, 3, 55, 56, 63, 64, 65, 119, 120, 1000003 }) {
+        for (const int piece : { 1, 7, 64, 4099 })
+            QTest::addRow("%d in %d", length, piece) << length << piece;
+    }
+}
+
+void tst_Core::sha256()
+{
+    QFETCH(int, length);
+    QFETCH(int, piece);
+    QByteArray data(length, Qt::Uninitialized);
+    for (int i = 0; i < length; ++i)
+        data[i] = char(i * 7919 >> 3);
+    Sha256 hash;
+    for (int done = 0; done < length; done += piece)
+        hash.addData(data.constData() + done, std::min(piece, length - done));
+    QCOMPARE(hash.result().toHex(), QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
 }
 
 QTEST_GUILESS_MAIN(tst_Core)

@@ -214,13 +214,13 @@ class Case(unittest.TestCase):
                 if not name.startswith("bin/libQt6") and name != "bin/uninstall":
                     self.assertEqual(os.stat(copy).st_mtime_ns, os.stat(source).st_mtime_ns)
         if exact:
-            self.assertEqual(files_below(destination), set(copied_files()) | {"bin/IConf.xml"})
+            self.assertEqual(files_below(destination), set(copied_files()) | {"bin/IConf.xml", "bin/manifest.sha256"})
 
     def assertWholeOrAbsent(self):
         """Whatever stands under a product file's name is whole."""
         present = files_below(self.destination) if os.path.isdir(self.destination) else set()
-        self.assertLessEqual(present, set(copied_files()) | {"bin/IConf.xml"})
-        for name in present - {"bin/IConf.xml"}:
+        self.assertLessEqual(present, set(copied_files()) | {"bin/IConf.xml", "bin/manifest.sha256"})
+        for name in present - {"bin/IConf.xml", "bin/manifest.sha256"}:
             self.assertEqual(read(os.path.join(self.destination, name)), read(copied_files()[name]), name)
         return present
 
@@ -544,6 +544,8 @@ class Faults(Case):
                 with self.subTest(run=first[1], write=point):
                     if first is not repair:
                         shutil.rmtree(self.destination, ignore_errors=True)
+                    else:  # without a manifest a repair writes every file again
+                        os.remove(os.path.join(self.destination, "bin", "manifest.sha256"))
                     code, out, err = self.run_setup(first, prefix=strace_signal("KILL", point), env=self.untraced())
                     self.assertEqual(code, -signal.SIGKILL, err)
                     self.assertWholeOrAbsent()
@@ -861,6 +863,53 @@ class Truth(Case):
                 self.assertEqual(files_below(self.destination) if spoil else os.path.exists(self.destination),
                                  before if spoil else False)
 
+    def test_verify_repair_and_log(self):
+        manifest = os.path.join(self.destination, "bin", "manifest.sha256")
+        log = os.path.join(self.tmp, "setup.log")
+        write(log, b"kept\n", 0o600)
+        verify = ["--verify", "--destination", self.destination, "--log", log]
+        self.assertEqual(self.install("--log", log)[0], 0)
+        self.assertEqual(subprocess.run(["sha256sum", "-c", "--quiet", manifest], cwd=self.destination).returncode, 0)
+        # (file, tampering, the line verify prints for it)
+        tampered = (("bin/Quilmor", lambda path: write(path, read(path)[::-1], 0o755, 1600000000), "..5"),
+                    ("lib/libcalvra.a", lambda path: os.chmod(path, 0o600), ".M."),
+                    ("include/calvra/core.h", os.remove, "missing"))
+        for name, spoil, _ in tampered:
+            spoil(os.path.join(self.destination, name))
+        untouched = {name: os.stat(os.path.join(self.destination, name)).st_ino
+                     for name in set(copied_files()) - {name for name, _, _ in tampered}}
+        code, out, err = self.run_setup(verify)
+        self.assertEqual((code, err, sorted(out.splitlines()[:-1])), (2, "", sorted(
+            "%-9s%s/%s" % (line, self.destination, name) for name, _, line in tampered)))
+        self.assertRegex(out.splitlines()[-1], r"^\d+ files checked, 3 differ: 1 missing, 0 changed size, "
+                                               r"1 changed mode, 1 changed content$")
+        code, out, err = self.run_setup(["--silent", "--repair", "--destination", self.destination, "--log", log])
+        self.assertEqual((code, err, out.splitlines()[-3:-1]), (0, "", ["3 files repaired", "Repair Complete"]))
+        self.assertInstalled()
+        self.assertEqual(untouched, {name: os.stat(os.path.join(self.destination, name)).st_ino for name in untouched})
+        uninstall = os.path.join(self.destination, "bin", "uninstall")
+        self.assertEqual(self.run_setup(["--verify"], program=uninstall, prefix=AS_NOBODY, cwd="/")[0], 0)
+        lines = read(log).decode().splitlines()
+        self.assertEqual(lines[0], "kept")
+        # Installed and repaired, installed only, and the verify and repair lines.
+        for line, count in (("written %s/bin/Quilmor" % self.destination, 2), ("3 files repaired", 1),
+                            ("written %s/bin/qzbuild" % self.destination, 1), ("Repair Complete", 1),
+                            ("missing  %s/include/calvra/core.h" % self.destination, 1)):
+            self.assertEqual(len([entry for entry in lines if re.fullmatch(r"[-\d]+T[:.\d]+Z " + re.escape(line),
+                                                                           entry)]), count, line)
+        # A manifest that is not the installation's own, or a log through a link, stops the run.
+        os.symlink(log, log + ".link")
+        for content, owner, args, message in (
+                (b"# 0644 1\n" + b"0" * 64 + b"  ../../etc/passwd\n", 0, verify,
+                 "error: Cannot verify the installation: the manifest %s: it is damaged: line 2\n" % manifest),
+                (read(manifest), NOBODY, verify, "error: Cannot trust the installation manifest %s: it belongs to "
+                                                 "user %d, not root.\n" % (manifest, NOBODY)),
+                (read(manifest), 0, verify[:-1] + [log + ".link"],
+                 "error: Cannot use the log file %s.link: it is a symbolic link\n" % log)):
+            write(manifest, content)
+            os.chown(manifest, owner, 0)
+            self.assertEqual(self.run_setup(verify[:-2] + args[-2:]), (1, "", message))
+
     def test_destinations_are_absolute_and_removal_stops_there(self):
         nested = os.path.join(self.tmp, "p", "a", "b")
         os.makedirs(nested)
@@ -935,7 +984,8 @@ class Deploy(Case):
                 self.assertEqual((os.path.isfile(UDEV_RULES), os.path.isdir(self.destination + "/html")),
                                  (rules, help_files))
                 self.assertEqual({path for path in planned if path.startswith(self.destination + "/")},
-                                 self.present() - {self.destination + "/bin/IConf.xml"})
+                                 self.present() - {self.destination + "/bin/IConf.xml",
+                                                   self.destination + "/bin/manifest.sha256"})
                 self.assertEqual(UDEV_RULES in planned, rules)
 
     def test_refused_before_anything_is_written(self):

@@ -9,6 +9,7 @@
 #include "core/installexception.h"
 #include "core/macrotable.h"
 #include "installer/brantleinstallerapplication.h"
+#include "installer/installmanifest.h"
 #include "installer/installsettingsrecord.h"
 #include "installer/installsingleinstance.h"
 #include "installer/installwizardinterface.h"
@@ -160,6 +161,8 @@ private slots:
     void squattedLock();
     void handBack_data();
     void handBack();
+    void manifest_data();
+    void manifest();
 
 private:
     std::unique_ptr<BrantleInstallerApplication> application(
@@ -520,6 +523,55 @@ void tst_Installer::handBack()
         QVERIFY(::lstat(QFile::encodeName(home + QLatin1Char('/') + name).constData(), &status) == 0);
         QCOMPARE(QStringLiteral("%1 %2:%3").arg(name).arg(status.st_uid).arg(status.st_gid), expected);
     }
+}
+
+void tst_Installer::manifest_data()
+{
+    // Each line of a manifest is a stranger's: anything but what the writer
+    // writes is damaged, and names obey the archive member rules.
+    const QByteArray hash(64, 'a');
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("failure");
+    QTest::addColumn<QStringList>("names");
+    QTest::newRow("two files, one escaped") << "# 0755 10\n" + hash + "  bin/a b\n# 0644 0\n\\" + hash
+            + "  c\\\\d\\ne\n" << QString() << QStringList { "bin/a b", "c\\d\ne" };
+    QTest::newRow("empty") << QByteArray() << QString() << QStringList();
+    QTest::newRow("no attributes") << hash + "  a\n"
+                                   << QStringLiteral("it is damaged: line 1") << QStringList();
+    QTest::newRow("mode not octal") << "# 0855 1\n" + hash + "  a\n"
+                                    << QStringLiteral("it is damaged: line 1") << QStringList();
+    QTest::newRow("upper-case hash") << "# 0644 1\n" + hash.toUpper() + "  a\n"
+                                     << QStringLiteral("it is damaged: line 2") << QStringList();
+    QTest::newRow("one space") << "# 0644 1\n" + hash + " a\n"
+                               << QStringLiteral("it is damaged: line 2") << QStringList();
+    QTest::newRow("climbs out") << "# 0644 1\n" + hash + "  lib/../../x\n"
+                                << QStringLiteral("it is damaged: line 2") << QStringList();
+    QTest::newRow("absolute") << "# 0644 1\n" + hash + "  /etc/x\n"
+                              << QStringLiteral("it is damaged: line 2") << QStringList();
+    QTest::newRow("unknown escape") << "# 0644 1\n\\" + hash + "  a\\t\n"
+                                    << QStringLiteral("it is damaged: line 2") << QStringList();
+    QTest::newRow("twice") << "# 0644 1\n" + hash + "  a\n# 0644 1\n" + hash + "  a\n"
+                           << QStringLiteral("it is damaged: line 4") << QStringList();
+    QTest::newRow("last line cut") << "# 0644 1\n" + hash + "  a"
+                                   << QStringLiteral("it is damaged: it ends inside a line") << QStringList();
+    QTest::newRow("attributes alone")
+        << QByteArray("# 0644 1\n") << QStringLiteral("it is damaged: line 2") << QStringList();
+}
+
+void tst_Installer::manifest()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, failure);
+    QFETCH(QStringList, names);
+    QFile file(path(QStringLiteral("dest/bin/manifest.sha256")));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+    file.close();
+    QList<InstallManifest::Entry> entries;
+    QCOMPARE(InstallManifest::read(file.fileName(), entries), failure);
+    QStringList read;
+    for (const InstallManifest::Entry &entry : std::as_const(entries))
+        read.append(entry.name);
+    QCOMPARE(read, names);
 }
 
 QTEST_GUILESS_MAIN(tst_Installer)
