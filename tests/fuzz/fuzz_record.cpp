@@ -6,28 +6,12 @@
 #include "core/macrotable.h"
 #include "installer/installsettingsrecord.h"
 #include "plan/configurationlist.h"
-#include "plan/installmodesource.h"
 #include "tests/fuzz/fuzzing.h"
+#include "tests/plan/scriptedquestion.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-
-namespace {
-
-class FixedMode : public InstallModeSource
-{
-public:
-    explicit FixedMode(int mode)
-        : m_mode(InstallMode::Mode(mode))
-    { }
-    InstallMode::Mode mode() const override { return m_mode; }
-
-private:
-    InstallMode::Mode m_mode;
-};
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
