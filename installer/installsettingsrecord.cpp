@@ -15,6 +15,7 @@
 #include <QDomDocument>
 #include <QFile>
 #include <QFileInfo>
+#include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
 #include <cerrno>
@@ -23,6 +24,23 @@
 #include <unistd.h>
 
 namespace {
+
+// A record names each installed file once: four times the product's files
+// leave room, and the document tree of a record at the limit stays within
+// the installer's memory bound, where millions of empty elements in a
+// record of a few megabytes would not.
+const int MaxElements = 1 << 17;
+
+bool withinElementLimit(const QByteArray &content)
+{
+    QXmlStreamReader reader(content);
+    int elements = 0;
+    while (!reader.atEnd()) {
+        if (reader.readNext() == QXmlStreamReader::StartElement && ++elements > MaxElements)
+            return false;
+    }
+    return true;
+}
 
 const QString configurationTag = QStringLiteral("configuration");
 const QString destDirAttribute = QStringLiteral("dest_dir");
@@ -144,6 +162,8 @@ bool InstallSettingsRecord::load(const QString &path) const
         return false;
     // Whatever else is wrong below, the file is not a record this installer wrote.
     m_failure = QStringLiteral("it is damaged");
+    if (!withinElementLimit(content))
+        return false;
     QDomDocument document;
     if (!document.setContent(content))
         return false;
