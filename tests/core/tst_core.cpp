@@ -472,7 +472,7 @@ void tst_Core::sha256()
     QFETCH(int, piece);
     QByteArray data(length, Qt::Uninitialized);
     for (int i = 0; i < length; ++i)
-        data[i] = char(i * 7919 >> 3);
+        data[i] = char(quint32(i) * 7919u >> 3);
     Sha256 hash;
     for (int done = 0; done < length; done += piece)
         hash.addData(data.constData() + done, std::min(piece, length - done));
