@@ -23,6 +23,9 @@ const size_t MaxBlockInput = size_t(2) << 20;
 // beyond this size and the reader decodes them in pieces of this size, which
 // keeps memory bounded whatever the data.
 const unsigned PieceSize = 4u << 20;
+// Threads start once this much has been decoded on the caller's thread: one
+// large block, or a few small ones.
+const quint64 DecodedBeforeThreads = 512u << 10;
 
 // For each byte value, the shifts s (bits 0-7 for a block, 8-15 for the end)
 // at which a magic number starting s bits into the byte before has it as its
@@ -134,6 +137,8 @@ public:
         if (!m_ready)
             return Failed;
         const int done = output.size();
+        // Exactly the room asked for: a block's buffer is not rounded up to a power of two.
+        output.reserve(done + int(size));
         output.resize(done + int(size));
         m_stream.next_out = output.data() + done;
         m_stream.avail_out = size;
@@ -214,11 +219,19 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
     // Keep every worker busy with the blocks behind this one.
     while (!m_scanned && !m_work.full()) {
         std::shared_ptr<Task> task = scan();
-        if (task->kind == Block) {
-            m_work.add(std::move(task));
-        } else {
+        if (task->kind != Block) {
             m_scanned = true;
             m_work.addDone(std::move(task));
+        } else if (!m_work.started() && m_decodedHere < DecodedBeforeThreads) {
+            // The first blocks are decoded right here: a short stream (an
+            // archive's table, a small medium) needs no threads, nor does one
+            // that is damaged near its start.
+            decode(*task);
+            m_scanned = task->failed;
+            m_decodedHere += quint64(task->output.size());
+            m_work.addDone(std::move(task));
+        } else {
+            m_work.add(std::move(task));
         }
     }
     const std::shared_ptr<Task> task = m_work.takeOldest();
@@ -330,11 +343,13 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
 
 void PackageArchiveBzBlockDecoder::decode(Task &task)
 {
+    // Most blocks decode to no more than their level's hundred thousands of
+    // bytes (only runs of four or more grow back beyond): room starts there.
+    const unsigned blockSize = unsigned(task.input.at(3) - '0') * 100000u;
     OneBlockDecoding decoding(std::move(task.input));
     OneBlockDecoding::Step step = OneBlockDecoding::More;
-    // Most blocks decode to 900 000 bytes or less: room grows from 1 MiB.
     while (step == OneBlockDecoding::More && unsigned(task.output.size()) < PieceSize) {
-        const unsigned room = qMax(1u << 20, unsigned(task.output.size()));
+        const unsigned room = qMax(blockSize, unsigned(task.output.size()));
         step = decoding.decode(task.output, qMin(room, PieceSize - unsigned(task.output.size())));
     }
     task.failed = step == OneBlockDecoding::Failed;

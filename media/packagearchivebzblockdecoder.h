@@ -68,6 +68,8 @@ private:
     // every further call gives it again.
     std::shared_ptr<Task> m_final;
     bool m_scanned = false;
+    // Bytes decoded on the caller's thread before the workers started.
+    quint64 m_decodedHere = 0;
     // The scan's compressed bytes, from byte m_base of the stream on.
     std::vector<uchar> m_buffer;
     size_t m_length = 0;

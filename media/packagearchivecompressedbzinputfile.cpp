@@ -81,14 +81,16 @@ void PackageArchiveCompressedBzInputFile::fallBack(quint64 position)
 bool PackageArchiveCompressedBzInputFile::nextBlock()
 {
     PackageArchiveBzBlockDecoder::Place place;
-    m_block.clear();
-    const auto result = m_decoder->next(m_block, place);
-    m_blockUsed = 0;
+    QByteArray bytes;
+    const auto result = m_decoder->next(bytes, place);
     if (result == PackageArchiveBzBlockDecoder::Unusual)
         return false;
-    if (result == PackageArchiveBzBlockDecoder::Block
-        && (m_places.empty() || place.position > m_places.back().position))
-        m_places.push_back(place);
+    if (result == PackageArchiveBzBlockDecoder::Block) {
+        m_block = std::move(bytes);
+        m_blockUsed = 0;
+        if (m_places.empty() || place.position > m_places.back().position)
+            m_places.push_back(place);
+    }
     return true;
 }
 
@@ -103,7 +105,7 @@ void PackageArchiveCompressedBzInputFile::readChunk(char *buffer, qint32 size)
             usual = nextBlock();
             if (!usual)
                 break;
-            if (m_block.isEmpty())
+            if (m_blockUsed == m_block.size())
                 throw HException(QStringLiteral("error reading from compressed stream"));
         }
         const qint32 take = std::min<qint32>(size - done, qint32(m_block.size()) - m_blockUsed);
@@ -136,6 +138,8 @@ quint64 PackageArchiveCompressedBzInputFile::resumeBefore(quint64 target) const
 {
     if (!m_parallel)
         return 0;
+    if (m_decoder && blockPosition() <= target && target <= blockPosition() + quint64(m_block.size()))
+        return blockPosition();
     const auto after = std::upper_bound(m_places.begin(), m_places.end(), target,
         [](quint64 value, const PackageArchiveBzBlockDecoder::Place &place) {
             return value < place.position;
@@ -145,6 +149,11 @@ quint64 PackageArchiveCompressedBzInputFile::resumeBefore(quint64 target) const
 
 bool PackageArchiveCompressedBzInputFile::resumeAt(quint64 position)
 {
+    if (m_decoder && position == blockPosition() && !m_block.isEmpty()) {
+        m_produced = position;
+        m_blockUsed = 0;
+        return true;
+    }
     const auto found = std::find_if(m_places.begin(), m_places.end(),
         [position](const PackageArchiveBzBlockDecoder::Place &place) { return place.position == position; });
     if (!m_parallel || position == 0 || found == m_places.end())

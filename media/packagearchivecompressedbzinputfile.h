@@ -12,7 +12,9 @@
 // stream's blocks are decoded in parallel; the first block that is anything
 // but plain sends the stream back to libbz2's stdio interface, which takes up
 // at the same position and reports faults in its own words. The places of the
-// blocks passed are kept, so a seek resumes at the block that holds its target.
+// blocks passed are kept, so a seek resumes at the block that holds its target;
+// a seek into the block last decoded, the stream's last block included, takes
+// its bytes again without decoding them.
 class PackageArchiveCompressedBzInputFile : public PackageArchiveCompressedInputFile
 {
 public:
@@ -33,9 +35,11 @@ protected:
 private:
     // Leaves the parallel decoder for libbz2's reader at position.
     void fallBack(quint64 position);
-    // The decoder's next block into m_block (empty at the end); false when
-    // the stream is unusual.
+    // The decoder's next block into m_block; at the end of the stream the
+    // last block stays there, wholly used. False when the stream is unusual.
     bool nextBlock();
+    // Uncompressed position of m_block's first byte.
+    quint64 blockPosition() const { return m_produced - quint64(m_blockUsed); }
     void openSequential();
     void readSequential(char *buffer, qint32 size);
 

@@ -755,16 +755,17 @@ void tst_Media::bzip2AgainstReferences_data()
     QTest::addColumn<quint32>("level");
     QTest::addColumn<qsizetype>("size");
     QTest::addColumn<QByteArray>("unit"); // repeated; empty: sample()
-    QTest::newRow("many blocks") << 1u << qsizetype(3 << 20) << QByteArray();
-    QTest::newRow("empty") << 9u << qsizetype(0) << QByteArray();
+    QTest::addColumn<bool>("threads"); // does reading the bzip2 command's stream start threads
+    QTest::newRow("many blocks") << 1u << qsizetype(3 << 20) << QByteArray() << true;
+    QTest::newRow("empty") << 9u << qsizetype(0) << QByteArray() << false;
     // Long runs shrink to a fiftieth: one block holds many segments' worth.
-    QTest::newRow("zeros") << 1u << qsizetype(4 << 20) << QByteArray(1, '\0');
+    QTest::newRow("zeros") << 1u << qsizetype(4 << 20) << QByteArray(1, '\0') << false;
     // Runs of four grow by a quarter: a segment no longer fits one block.
-    QTest::newRow("runs of four") << 1u << qsizetype(1 << 20) << QByteArray("aaaab");
+    QTest::newRow("runs of four") << 1u << qsizetype(1 << 20) << QByteArray("aaaab") << true;
     // Rotations equal all the way round: sorting must end, ties not matter.
-    QTest::newRow("a run of exactly four") << 9u << qsizetype(4) << QByteArray(1, '\0');
-    QTest::newRow("period of seven") << 1u << qsizetype(300000) << QByteArray("abcdefg");
-    QTest::newRow("a stretch twice") << 9u << qsizetype(600000) << QByteArray("twice");
+    QTest::newRow("a run of exactly four") << 9u << qsizetype(4) << QByteArray(1, '\0') << false;
+    QTest::newRow("period of seven") << 1u << qsizetype(300000) << QByteArray("abcdefg") << false;
+    QTest::newRow("a stretch twice") << 9u << qsizetype(600000) << QByteArray("twice") << false;
 }
 
 void tst_Media::bzip2AgainstReferences()
@@ -772,6 +773,7 @@ void tst_Media::bzip2AgainstReferences()
     QFETCH(quint32, level);
     QFETCH(qsizetype, size);
     QFETCH(QByteArray, unit);
+    QFETCH(bool, threads);
     QByteArray bytes;
     if (unit == "twice")
         bytes = sample(size / 2, 9).repeated(2);
@@ -798,11 +800,30 @@ void tst_Media::bzip2AgainstReferences()
     // And our parallel reader reads both ours and what the bzip2 command writes.
     writeFile(
         path("theirs.bz2"), run(QStringLiteral("bzip2"), { "-c", QStringLiteral("-%1").arg(level) }, bytes));
+    const auto threadCount = [] {
+        return QDir(QStringLiteral("/proc/self/task")).count();
+    };
     for (const QString &file : { ours, path("theirs.bz2") }) {
-        PackageArchiveCompressedBzInputFile stream(std::fopen(QFile::encodeName(file).constData(), "rb"));
+        const uint before = threadCount();
+        quint64 produced = 0;
+        int starts = 0;
+        Counting<PackageArchiveCompressedBzInputFile> stream(
+            std::fopen(QFile::encodeName(file).constData(), "rb"), &produced, &starts);
         QByteArray all;
         QCOMPARE(readStream(stream, bytes.size(), &all), qMakePair(qint64(bytes.size()), QString()));
         QVERIFY(all == bytes);
+        QCOMPARE(stream.fallbacks(), 0);
+        // A short stream is not worth starting threads for (ours may cut the
+        // same bytes into more blocks than the bzip2 command).
+        if (file != ours)
+            QCOMPARE(threadCount() > before, threads);
+        // The last block is still in memory: reading its end again decodes nothing.
+        if (!bytes.isEmpty()) {
+            QCOMPARE(stream.seek(bytes.size() - 1), 0);
+            QCOMPARE(readStream(stream, 1, &all).first, 1);
+            QCOMPARE(all.back(), bytes.back());
+            QCOMPARE(starts, 0);
+        }
         QCOMPARE(readStream(stream, 1, &all).second, QStringLiteral("error reading from compressed stream"));
     }
 }
