@@ -5,6 +5,7 @@
 #include <bzlib.h>
 
 #include <array>
+#include <cstdlib>
 
 namespace {
 
@@ -111,6 +112,41 @@ QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint6
     return out;
 }
 
+// libbz2 asks for a block-sized table (up to 3.6 MB) for every block it
+// decodes. Each thread keeps the last one it gave back, so that a thread
+// decoding block after block reuses one table instead of fresh pages.
+const size_t KeptTableSize = size_t(1) << 18;
+struct KeptTable
+{
+    ~KeptTable() { std::free(block); }
+    size_t *block = nullptr;
+};
+thread_local KeptTable keptTable;
+
+// Each allocation carries its size in front, for the release to see.
+void *allocateForLibbz2(void *, int count, int size)
+{
+    const size_t bytes = size_t(count) * size_t(size);
+    size_t *block = keptTable.block;
+    if (block && block[0] == bytes)
+        keptTable.block = nullptr;
+    else
+        block = static_cast<size_t *>(std::malloc(bytes + 2 * sizeof(size_t)));
+    if (!block)
+        return nullptr;
+    block[0] = bytes;
+    return block + 2;
+}
+
+void releaseForLibbz2(void *, void *pointer)
+{
+    size_t *block = static_cast<size_t *>(pointer) - 2;
+    if (block[0] < KeptTableSize)
+        return std::free(block);
+    std::free(keptTable.block);
+    keptTable.block = block;
+}
+
 // A one-block stream being decoded by libbz2.
 class OneBlockDecoding
 {
@@ -118,6 +154,8 @@ public:
     explicit OneBlockDecoding(QByteArray input)
         : m_input(std::move(input))
     {
+        m_stream.bzalloc = allocateForLibbz2;
+        m_stream.bzfree = releaseForLibbz2;
         m_ready = BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK;
         m_stream.next_in = m_input.data();
         m_stream.avail_in = unsigned(m_input.size());
@@ -228,7 +266,7 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
             // that is damaged near its start.
             decode(*task);
             m_scanned = task->failed;
-            m_decodedHere += quint64(task->output.size());
+            m_decodedHere += task->large ? DecodedBeforeThreads : quint64(task->output.size());
             m_work.addDone(std::move(task));
         } else {
             m_work.add(std::move(task));
@@ -344,12 +382,15 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
 void PackageArchiveBzBlockDecoder::decode(Task &task)
 {
     // Most blocks decode to no more than their level's hundred thousands of
-    // bytes (only runs of four or more grow back beyond): room starts there.
+    // bytes (only runs of four or more grow back beyond), and to less than
+    // eight times their compressed size: room starts at the smaller.
     const unsigned blockSize = unsigned(task.input.at(3) - '0') * 100000u;
+    unsigned room = qMin(blockSize, 8 * unsigned(task.input.size()) + 4096);
     OneBlockDecoding decoding(std::move(task.input));
     OneBlockDecoding::Step step = OneBlockDecoding::More;
     while (step == OneBlockDecoding::More && unsigned(task.output.size()) < PieceSize) {
-        const unsigned room = qMax(blockSize, unsigned(task.output.size()));
+        if (!task.output.isEmpty())
+            room = qMax(blockSize, unsigned(task.output.size()));
         step = decoding.decode(task.output, qMin(room, PieceSize - unsigned(task.output.size())));
     }
     task.failed = step == OneBlockDecoding::Failed;

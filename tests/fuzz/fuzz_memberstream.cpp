@@ -17,8 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // 1 MiB on), and no further; it is one input in 128, so that the many short
     // ones keep the fuzzer fast.
     const bool longRead = (data[0] >> 1) == 0x7F;
-    const qsizetype cap = longRead ? qsizetype(5) << 18 : qsizetype(1) << 16;
-    const qint32 request = 1 + ((data[0] >> 1) & 0x3F) * 4099;
+    const qsizetype cap = longRead ? qsizetype(5) << 18 : qsizetype(1) << 14;
+    const qint32 request = 1 + ((data[0] >> 1) & 0x3F) * (longRead ? 4099 : 257);
     QByteArray body = bytesOf(data + 2, size - 2);
     FILE *file = openBytes(body);
     if (!file)
