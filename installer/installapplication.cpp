@@ -24,6 +24,7 @@
 #include <QEventLoop>
 
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -82,16 +83,14 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
 {
     m_list->setModeSource(this);
     m_list->setMedia(m_media.get());
+    m_list->setCheckpoint(this);
+    m_media->setCheckpoint(this);
     connect(this, &InstallApplication::modeChanged, m_list, &InstallConfigurationItem::checkWillInstall);
-    // Every walk step is a point where a requested stop can take effect, and
-    // where a silent run says what it is doing.
+    // A silent run says what each walk step does.
     connect(m_list, &InstallConfigurationList::starting, this, [this](InstallConfigurationItem *item) {
-        onOperationStep();
         if (m_operationRunning && !m_wizard && item != m_list)
             printLine(m_taskPrefix + item->title());
     });
-    connectMedia();
-    connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
         m_windowQuestion = std::make_unique<LoggedQuestion>(m_wizard->question());
@@ -117,6 +116,7 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
 InstallApplication::~InstallApplication()
 {
     m_list->setMedia(nullptr);
+    m_list->setCheckpoint(nullptr);
     m_list->setModeSource(nullptr);
     m_list->setQuestion(nullptr);
 }
@@ -457,14 +457,8 @@ void InstallApplication::followSourceFolder()
     if (m_commandLine.hasDataFile())
         return;
     m_media = std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
+    m_media->setCheckpoint(this);
     m_list->setMedia(m_media.get());
-    connectMedia();
-}
-
-void InstallApplication::connectMedia()
-{
-    connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
-    connect(m_media.get(), &InstallMedia::extractedBytes, this, &InstallApplication::onOperationStep);
 }
 
 void InstallApplication::processEvents()
@@ -495,18 +489,14 @@ void InstallApplication::leaveWizard(bool licenceAccepted)
         m_runFlags |= LicenceAccepted;
 }
 
-void InstallApplication::onOperationStep()
+void InstallApplication::check()
 {
     if (!m_operationRunning)
         return;
-    if (m_shutdownRequested) {
-        m_shutdownRequested = false;
+    if (std::exchange(m_shutdownRequested, false))
         throw InstallShutdownException();
-    }
-    if (m_cancelRequested) {
-        m_cancelRequested = false;
+    if (std::exchange(m_cancelRequested, false))
         throw InstallUserCancelException();
-    }
     // Interrupted from outside: the run ends as if the user had cancelled,
     // with what was done so far recorded.
     if (InstallStopSignals::stopRequested())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/installcheckpoint.h"
 #include "core/installcommandline.h"
 #include "core/installmode.h"
 #include "installer/installstopsignals.h"
@@ -25,10 +26,11 @@ class InstallWizardInterface;
 // outcomes to standard output and errors to standard error.
 //
 // Owns the medium. Refers to the configuration list and the wizard, which the
-// process entry creates before it and destroys after it. Derived classes
-// supply the page sequence (nextPage), the start of the run and the record.
-// User-interface thread only.
-class InstallApplication : public QObject, public InstallModeSource
+// process entry creates before it and destroys after it. It is the checkpoint
+// of the list's walks and the medium's copies: Cancel, SIGINT and SIGTERM
+// take effect there. Derived classes supply the page sequence (nextPage), the
+// start of the run and the record. User-interface thread only.
+class InstallApplication : public QObject, public InstallModeSource, private InstallCheckpoint
 {
     Q_OBJECT
     Q_DISABLE_COPY(InstallApplication)
@@ -158,8 +160,8 @@ private:
         InstallStopSignals m_stopSignals;
     };
 
-    void onOperationStep();
-    void connectMedia();
+    // A requested stop takes effect here.
+    void check() override;
     bool walk(Operation operation);
 
     InstallCommandLine m_commandLine;
