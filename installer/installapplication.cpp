@@ -214,8 +214,7 @@ void InstallApplication::onNextClicked(int id)
         } catch (const InstallUserCancelException &) {
             showFailed(InstallModeTexts::of(m_mode).cancelled);
         } catch (const InstallShutdownException &) {
-            qCInfo(lcInstaller) << "Run stopped on request";
-            quit(Failed);
+            endOnShutdown();
         }
     });
 }
@@ -396,7 +395,6 @@ InstallApplication::OperationScope::OperationScope(InstallApplication *applicati
     : m_application(application)
 {
     m_application->m_operationRunning = true;
-    m_application->m_shutdownRequested = false;
     m_application->m_cancelRequested = false;
     if (m_application->m_wizard)
         m_application->m_wizard->setProgressFollowsList(true);
@@ -493,14 +491,23 @@ void InstallApplication::check()
 {
     if (!m_operationRunning)
         return;
-    if (std::exchange(m_shutdownRequested, false))
+    const InstallStopSignals::Request request = InstallStopSignals::request();
+    if (request == InstallStopSignals::Terminate)
         throw InstallShutdownException();
-    if (std::exchange(m_cancelRequested, false))
+    // Cancel in the window or Ctrl-C at the terminal: the run ends as the
+    // user chose, with what was done so far recorded.
+    if (std::exchange(m_cancelRequested, false) || request == InstallStopSignals::Interrupt)
         throw InstallUserCancelException();
-    // Interrupted from outside: the run ends as if the user had cancelled,
-    // with what was done so far recorded.
-    if (InstallStopSignals::stopRequested())
-        throw InstallUserCancelException();
+}
+
+void InstallApplication::endOnShutdown()
+{
+    const QString message = QStringLiteral("Setup has been stopped by a termination signal.");
+    if (m_wizard)
+        writeTo(stderr, QStringLiteral("error: ") + message + QLatin1Char('\n'));
+    else
+        showFailed(message);
+    quit(Failed);
 }
 
 void InstallApplication::printLine(const QString &line)

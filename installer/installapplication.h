@@ -115,8 +115,13 @@ protected:
     // Shows the progress page for the phase, runs the walks of the operation
     // and shows the outcome. False when it failed or was cancelled. The record
     // is written afterwards, unless a removal succeeded (it took the record
-    // with it). A shutdown request is passed on.
+    // with it). A shutdown request is passed on: InstallShutdownException,
+    // thrown once the record is written, for the run routine to catch.
     bool perform(Operation operation);
+    // Ends the run the shutdown request stopped: status Failed at once, the
+    // reason on standard error (silently after the failure title), and no
+    // page left waiting for a button that nobody may be there to press.
+    void endOnShutdown();
     // Whether the file systems have room for what the operation writes, less
     // what it deletes first. When not: the question box, or the error and
     // the result NoSpace. A medium that cannot be read is left to the walk.
@@ -160,7 +165,8 @@ private:
         InstallStopSignals m_stopSignals;
     };
 
-    // A requested stop takes effect here.
+    // SIGTERM ends the operation as a shutdown; Cancel and SIGINT as the
+    // user's choice.
     void check() override;
     bool walk(Operation operation);
 
@@ -176,7 +182,6 @@ private:
     int m_result = Failed;
     bool m_ended = false;
     bool m_operationRunning = false;
-    bool m_shutdownRequested = false;
     // Cancel confirmed while a walk runs.
     bool m_cancelRequested = false;
     QString m_taskPrefix;

@@ -5,6 +5,7 @@
 #include "core/installexception.h"
 #include "core/installlog.h"
 #include "core/installquestion.h"
+#include "core/installshutdownexception.h"
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
@@ -209,6 +210,8 @@ void InstallStandardInstallerApplication::runSilent()
         // The dry run met a medium it cannot read.
         reportInstallationError(e.message());
         quit(Failed);
+    } catch (const InstallShutdownException &) {
+        endOnShutdown();
     }
 }
 
