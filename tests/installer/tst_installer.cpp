@@ -219,7 +219,8 @@ void tst_Installer::sequences_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QString>("outcome"); // the last page's title
     QTest::addColumn<int>("result");
-    // Cancel pressed as the first item acts: its question's heading; or "SIGTERM" arrives then.
+    // Cancel pressed as the first item acts: its question's heading. "SIGTERM" arrives then instead (a
+    // shutdown): the run ends at the next file, with its record and no failed page to wait on.
     QTest::addColumn<QString>("cancelled");
     const QString both = QStringLiteral("install Product,install Docs");
     const QString removeBoth = QStringLiteral("remove Docs,remove Product");
@@ -275,7 +276,6 @@ void tst_Installer::sequences_data()
         << QStringList() << true << "maintenance" << int(InstallMode::Modify)
         << QList<int> { 10, 9, 13, 16, 18 } << "remove Docs"
         << "Modify Failed" << failed << "The installation modify is not complete";
-    // A shutdown: the run ends at the next file, with its record and no failed page to wait on.
     QTest::newRow("--remove, terminated")
         << QStringList { "--remove" } << true << "" << typical << QList<int> { 16, 12, 16 } << "remove Docs"
         << "" << failed << "SIGTERM";
@@ -308,9 +308,7 @@ void tst_Installer::sequences()
     auto installer = application(&window, options);
     const bool terminated = cancelled == QLatin1String("SIGTERM");
     if (terminated) {
-        m_firstAction = [] {
-            ::raise(SIGTERM);
-        };
+        m_firstAction = std::bind(::raise, SIGTERM);
     } else if (!cancelled.isEmpty()) {
         window.script.answers = { InstallQuestion::No, InstallQuestion::Yes };
         m_firstAction = [&window] {
