@@ -24,6 +24,7 @@
 #include <QEventLoop>
 
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -82,16 +83,14 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
 {
     m_list->setModeSource(this);
     m_list->setMedia(m_media.get());
+    m_list->setCheckpoint(this);
+    m_media->setCheckpoint(this);
     connect(this, &InstallApplication::modeChanged, m_list, &InstallConfigurationItem::checkWillInstall);
-    // Every walk step is a point where a requested stop can take effect, and
-    // where a silent run says what it is doing.
+    // A silent run says what each walk step does.
     connect(m_list, &InstallConfigurationList::starting, this, [this](InstallConfigurationItem *item) {
-        onOperationStep();
         if (m_operationRunning && !m_wizard && item != m_list)
             printLine(m_taskPrefix + item->title());
     });
-    connectMedia();
-    connect(m_list, &InstallConfigurationList::deletingFile, this, &InstallApplication::onOperationStep);
 
     if (m_wizard) {
         m_windowQuestion = std::make_unique<LoggedQuestion>(m_wizard->question());
@@ -117,6 +116,7 @@ InstallApplication::InstallApplication(const InstallCommandLine &commandLine, In
 InstallApplication::~InstallApplication()
 {
     m_list->setMedia(nullptr);
+    m_list->setCheckpoint(nullptr);
     m_list->setModeSource(nullptr);
     m_list->setQuestion(nullptr);
 }
@@ -214,8 +214,7 @@ void InstallApplication::onNextClicked(int id)
         } catch (const InstallUserCancelException &) {
             showFailed(InstallModeTexts::of(m_mode).cancelled);
         } catch (const InstallShutdownException &) {
-            qCInfo(lcInstaller) << "Run stopped on request";
-            quit(Failed);
+            endOnShutdown();
         }
     });
 }
@@ -396,7 +395,6 @@ InstallApplication::OperationScope::OperationScope(InstallApplication *applicati
     : m_application(application)
 {
     m_application->m_operationRunning = true;
-    m_application->m_shutdownRequested = false;
     m_application->m_cancelRequested = false;
     if (m_application->m_wizard)
         m_application->m_wizard->setProgressFollowsList(true);
@@ -457,14 +455,8 @@ void InstallApplication::followSourceFolder()
     if (m_commandLine.hasDataFile())
         return;
     m_media = std::make_unique<FileStoreInstallMedia>(expandMacros(QStringLiteral("$(SrcDir)")));
+    m_media->setCheckpoint(this);
     m_list->setMedia(m_media.get());
-    connectMedia();
-}
-
-void InstallApplication::connectMedia()
-{
-    connect(m_media.get(), &InstallMedia::extractingFile, this, &InstallApplication::onOperationStep);
-    connect(m_media.get(), &InstallMedia::extractedBytes, this, &InstallApplication::onOperationStep);
 }
 
 void InstallApplication::processEvents()
@@ -495,22 +487,27 @@ void InstallApplication::leaveWizard(bool licenceAccepted)
         m_runFlags |= LicenceAccepted;
 }
 
-void InstallApplication::onOperationStep()
+void InstallApplication::check()
 {
     if (!m_operationRunning)
         return;
-    if (m_shutdownRequested) {
-        m_shutdownRequested = false;
+    const InstallStopSignals::Request request = InstallStopSignals::request();
+    if (request == InstallStopSignals::Terminate)
         throw InstallShutdownException();
-    }
-    if (m_cancelRequested) {
-        m_cancelRequested = false;
+    // Cancel in the window or Ctrl-C at the terminal: the run ends as the
+    // user chose, with what was done so far recorded.
+    if (std::exchange(m_cancelRequested, false) || request == InstallStopSignals::Interrupt)
         throw InstallUserCancelException();
-    }
-    // Interrupted from outside: the run ends as if the user had cancelled,
-    // with what was done so far recorded.
-    if (InstallStopSignals::stopRequested())
-        throw InstallUserCancelException();
+}
+
+void InstallApplication::endOnShutdown()
+{
+    const QString message = QStringLiteral("Setup has been stopped by a termination signal.");
+    if (m_wizard)
+        writeTo(stderr, QStringLiteral("error: ") + message + QLatin1Char('\n'));
+    else
+        showFailed(message);
+    quit(Failed);
 }
 
 void InstallApplication::printLine(const QString &line)

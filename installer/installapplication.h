@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/installcheckpoint.h"
 #include "core/installcommandline.h"
 #include "core/installmode.h"
 #include "installer/installstopsignals.h"
@@ -25,10 +26,11 @@ class InstallWizardInterface;
 // outcomes to standard output and errors to standard error.
 //
 // Owns the medium. Refers to the configuration list and the wizard, which the
-// process entry creates before it and destroys after it. Derived classes
-// supply the page sequence (nextPage), the start of the run and the record.
-// User-interface thread only.
-class InstallApplication : public QObject, public InstallModeSource
+// process entry creates before it and destroys after it. It is the checkpoint
+// of the list's walks and the medium's copies: Cancel, SIGINT and SIGTERM
+// take effect there. Derived classes supply the page sequence (nextPage), the
+// start of the run and the record. User-interface thread only.
+class InstallApplication : public QObject, public InstallModeSource, private InstallCheckpoint
 {
     Q_OBJECT
     Q_DISABLE_COPY(InstallApplication)
@@ -113,8 +115,13 @@ protected:
     // Shows the progress page for the phase, runs the walks of the operation
     // and shows the outcome. False when it failed or was cancelled. The record
     // is written afterwards, unless a removal succeeded (it took the record
-    // with it). A shutdown request is passed on.
+    // with it). A shutdown request is passed on: InstallShutdownException,
+    // thrown once the record is written, for the run routine to catch.
     bool perform(Operation operation);
+    // Ends the run the shutdown request stopped: status Failed at once, the
+    // reason on standard error (silently after the failure title), and no
+    // page left waiting for a button that nobody may be there to press.
+    void endOnShutdown();
     // Whether the file systems have room for what the operation writes, less
     // what it deletes first. When not: the question box, or the error and
     // the result NoSpace. A medium that cannot be read is left to the walk.
@@ -158,8 +165,9 @@ private:
         InstallStopSignals m_stopSignals;
     };
 
-    void onOperationStep();
-    void connectMedia();
+    // SIGTERM ends the operation as a shutdown; Cancel and SIGINT as the
+    // user's choice.
+    void check() override;
     bool walk(Operation operation);
 
     InstallCommandLine m_commandLine;
@@ -174,7 +182,6 @@ private:
     int m_result = Failed;
     bool m_ended = false;
     bool m_operationRunning = false;
-    bool m_shutdownRequested = false;
     // Cancel confirmed while a walk runs.
     bool m_cancelRequested = false;
     QString m_taskPrefix;

@@ -5,6 +5,7 @@
 #include "core/installexception.h"
 #include "core/installlog.h"
 #include "core/installquestion.h"
+#include "core/installshutdownexception.h"
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "installer/consolelicenceprompt.h"
@@ -19,6 +20,8 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 namespace {
 
@@ -47,6 +50,23 @@ void forgetInstalled(InstallConfigurationItem *item)
     item->setInstalled(InstallConfigurationItem::notInstalled);
     for (InstallConfigurationItem *child : item->children())
         forgetInstalled(child);
+}
+
+// Why a page of a sequence is passed over.
+bool withoutPage(const InstallStandardInstallerApplication &application, Page page)
+{
+    return !application.wizard()->hasPage(page);
+}
+
+bool notCustom(const InstallStandardInstallerApplication &application, Page)
+{
+    return application.mode() != InstallMode::Custom;
+}
+
+// A selection page with no row to choose.
+bool nothingListed(const InstallStandardInstallerApplication &application, Page page)
+{
+    return application.wizard()->listedRows(page) <= 0;
 }
 
 } // namespace
@@ -209,7 +229,64 @@ void InstallStandardInstallerApplication::runSilent()
         // The dry run met a medium it cannot read.
         reportInstallationError(e.message());
         quit(Failed);
+    } catch (const InstallShutdownException &) {
+        endOnShutdown();
     }
+}
+
+// One page of a sequence: passed over while skipped holds; leaving it first
+// runs leave, when there is one, which returns false when the run stays on
+// the page or has taken another way.
+struct InstallStandardInstallerApplication::PageStep
+{
+    Page page;
+    bool (*skipped)(const InstallStandardInstallerApplication &, Page) = nullptr;
+    bool (InstallStandardInstallerApplication::*leave)() = nullptr;
+};
+
+// The pages of a run in one mode; Next on the last page starts the
+// operation.
+struct InstallStandardInstallerApplication::PageSequence
+{
+    // Minimal stands for all four installation types.
+    Mode mode;
+    Operation operation;
+    std::vector<PageStep> steps;
+};
+
+const InstallStandardInstallerApplication::PageSequence &InstallStandardInstallerApplication::sequenceOf(
+    Mode mode)
+{
+    using Self = InstallStandardInstallerApplication;
+    static const PageSequence sequences[] = {
+        { InstallMode::Minimal, Install,
+            {
+                { Page::WelcomePage },
+                { Page::LicensePage, withoutPage, &Self::leaveLicence },
+                { Page::DestinationPage, nullptr, &Self::leaveDestination },
+                { Page::ConfigurationPage, withoutPage },
+                { Page::CustomSetupPage, notCustom },
+                { Page::EnvironmentPage, nothingListed },
+                { Page::OptionalPage, nothingListed },
+                { Page::StartInstallationPage },
+            } },
+        { InstallMode::Upgrade, Upgrade,
+            {
+                { Page::UpgradeWelcomePage },
+                { Page::LicensePage, withoutPage, &Self::leaveLicence },
+                { Page::StartUpgradePage },
+            } },
+        // Modify starts without checking the installation again: it was
+        // checked when the run started, and checking again would select every
+        // installed component once more and undo the choices just made.
+        { InstallMode::Modify, Modify,
+            { { Page::MaintenancePage }, { Page::CustomSetupPage }, { Page::StartModifyPage } } },
+        { InstallMode::Repair, Repair, { { Page::MaintenancePage }, { Page::StartRepairPage } } },
+        { InstallMode::Remove, Remove, { { Page::MaintenancePage }, { Page::StartRemovalPage } } },
+    };
+    const Mode key = InstallMode::isInstallation(mode) ? InstallMode::Minimal : mode;
+    return *std::find_if(std::begin(sequences), std::end(sequences),
+        [key](const PageSequence &sequence) { return sequence.mode == key; });
 }
 
 void InstallStandardInstallerApplication::nextPage(int id)
@@ -219,107 +296,26 @@ void InstallStandardInstallerApplication::nextPage(int id)
         onBackClicked(id);
         return;
     }
-    if (InstallMode::isInstallation(mode())) {
-        nextInInstallation(id);
+    const PageSequence &sequence = sequenceOf(mode());
+    const auto end = sequence.steps.end();
+    auto step = std::find_if(
+        sequence.steps.begin(), end, [id](const PageStep &candidate) { return candidate.page == id; });
+    if (step == end) {
+        finish(id);
         return;
     }
-    switch (mode()) {
-    case InstallMode::Upgrade:
-        nextInUpgrade(id);
-        break;
-    case InstallMode::Modify:
-        if (id == Page::MaintenancePage) {
-            showPage(Page::CustomSetupPage);
-        } else if (id == Page::CustomSetupPage) {
-            showPage(Page::StartModifyPage);
-        } else if (id == Page::StartModifyPage) {
-            // The installation was checked when the run started; checking
-            // again would select every installed component once more and
-            // undo the choices just made.
-            perform(Modify);
-        } else {
-            finish(id);
-        }
-        break;
-    case InstallMode::Repair:
-        if (id == Page::MaintenancePage)
-            showPage(Page::StartRepairPage);
-        else if (id == Page::StartRepairPage)
-            perform(Repair);
-        else
-            finish(id);
-        break;
-    case InstallMode::Remove:
-        if (id == Page::MaintenancePage)
-            showPage(Page::StartRemovalPage);
-        else if (id == Page::StartRemovalPage)
-            perform(Remove);
-        else
-            finish(id);
-        break;
-    default:
-        break;
-    }
+    if (step->leave && !(this->*step->leave)())
+        return;
+    do
+        ++step;
+    while (step != end && step->skipped && step->skipped(*this, step->page));
+    if (step == end)
+        perform(sequence.operation);
+    else
+        showPage(step->page);
 }
 
-void InstallStandardInstallerApplication::nextInInstallation(int id)
-{
-    switch (id) {
-    case Page::WelcomePage:
-        if (wizard()->hasPage(Page::LicensePage))
-            showPage(Page::LicensePage);
-        else
-            afterLicence();
-        break;
-    case Page::LicensePage:
-        afterLicence();
-        break;
-    case Page::DestinationPage:
-        afterDestination();
-        break;
-    case Page::ConfigurationPage:
-        afterConfiguration();
-        break;
-    case Page::CustomSetupPage:
-        afterCustomSetup();
-        break;
-    case Page::EnvironmentPage:
-        afterEnvironment();
-        break;
-    case Page::OptionalPage:
-        showPage(Page::StartInstallationPage);
-        break;
-    case Page::StartInstallationPage:
-        perform(Install);
-        break;
-    default:
-        finish(id);
-        break;
-    }
-}
-
-void InstallStandardInstallerApplication::nextInUpgrade(int id)
-{
-    switch (id) {
-    case Page::UpgradeWelcomePage:
-        if (wizard()->hasPage(Page::LicensePage))
-            showPage(Page::LicensePage);
-        else
-            afterLicence();
-        break;
-    case Page::LicensePage:
-        afterLicence();
-        break;
-    case Page::StartUpgradePage:
-        perform(Upgrade);
-        break;
-    default:
-        finish(id);
-        break;
-    }
-}
-
-void InstallStandardInstallerApplication::afterLicence()
+bool InstallStandardInstallerApplication::leaveLicence()
 {
     if (runFlags() & Silent) {
         const bool accepted = wizard()->licenseAccepted();
@@ -327,19 +323,19 @@ void InstallStandardInstallerApplication::afterLicence()
         if (!accepted) {
             reportInstallationError(QStringLiteral("License agreement not accepted"));
             quit(Failed);
-            return;
+            return false;
         }
         // The rest of the run is silent; it starts once this press is handled.
         QMetaObject::invokeMethod(
             this, [this] { handleEvent([this] { runSilent(); }); }, Qt::QueuedConnection);
-        return;
+        return false;
     }
-    if (wizard()->hasPage(Page::LicensePage) && !wizard()->licenseAccepted())
+    if (!wizard()->licenseAccepted())
         throw HException(QStringLiteral("License agreement not accepted"));
-    showPage(mode() == InstallMode::Upgrade ? Page::StartUpgradePage : Page::DestinationPage);
+    return true;
 }
 
-void InstallStandardInstallerApplication::afterDestination()
+bool InstallStandardInstallerApplication::leaveDestination()
 {
     // The field may hold anything typed: nothing would mean the root folder,
     // and a relative folder would be recorded as such and meet another
@@ -349,46 +345,18 @@ void InstallStandardInstallerApplication::afterDestination()
         wizard()->question()->ask(expandMacros(QStringLiteral("$(Product) Setup")),
             expandMacros(QStringLiteral("Please enter the folder to install $(Product) in.")),
             InstallQuestion::Ok, InstallQuestion::Ok);
-        return;
+        return false;
     }
     macros().setPath(
         QStringLiteral("DestDir"), QDir::cleanPath(QDir::current().absoluteFilePath(destination)));
-    if (readRecord(recordPath())) {
-        setMode(InstallMode::Upgrade);
-        checkInstallation();
-        // The installation found decides the way on; there is no going back to choose again.
-        wizard()->addPageFlags(Page::StartUpgradePage, InstallWizardInterface::BackDisabled);
-        showPage(Page::StartUpgradePage);
-        return;
-    }
-    if (wizard()->hasPage(Page::ConfigurationPage))
-        showPage(Page::ConfigurationPage);
-    else
-        afterConfiguration();
-}
-
-void InstallStandardInstallerApplication::afterConfiguration()
-{
-    if (mode() == InstallMode::Custom)
-        showPage(Page::CustomSetupPage);
-    else
-        afterCustomSetup();
-}
-
-void InstallStandardInstallerApplication::afterCustomSetup()
-{
-    if (wizard()->listedRows(Page::EnvironmentPage) > 0)
-        showPage(Page::EnvironmentPage);
-    else
-        afterEnvironment();
-}
-
-void InstallStandardInstallerApplication::afterEnvironment()
-{
-    if (wizard()->listedRows(Page::OptionalPage) > 0)
-        showPage(Page::OptionalPage);
-    else
-        showPage(Page::StartInstallationPage);
+    if (!readRecord(recordPath()))
+        return true;
+    setMode(InstallMode::Upgrade);
+    checkInstallation();
+    // The installation found decides the way on; there is no going back to choose again.
+    wizard()->addPageFlags(Page::StartUpgradePage, InstallWizardInterface::BackDisabled);
+    showPage(Page::StartUpgradePage);
+    return false;
 }
 
 void InstallStandardInstallerApplication::finish(int id)

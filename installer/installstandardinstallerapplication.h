@@ -33,13 +33,19 @@ protected:
     void writeRecord() override;
 
 private:
-    void nextInInstallation(int id);
-    void nextInUpgrade(int id);
-    void afterLicence();
-    void afterDestination();
-    void afterConfiguration();
-    void afterCustomSetup();
-    void afterEnvironment();
+    struct PageStep;
+    struct PageSequence;
+
+    // The pages of a run in the mode, in the order Next shows them.
+    static const PageSequence &sequenceOf(Mode mode);
+    // Leaving the licence page: a silent run goes on without the window,
+    // and an agreement not accepted throws HException. False when the run
+    // does not go on to the next page.
+    bool leaveLicence();
+    // Leaving the destination page: an empty field keeps the run there, and
+    // an installation found under the folder turns it into an upgrade. False
+    // when the run does not go on to the next page.
+    bool leaveDestination();
     void finish(int id);
     // Shows the progress page's checking phase and finds out what is
     // installed; throws HException "Cannot check installation configuration".

@@ -2,22 +2,28 @@
 
 namespace {
 
-volatile std::sig_atomic_t s_stopRequested = 0;
+volatile std::sig_atomic_t s_request = InstallStopSignals::None;
 
-void onStopSignal(int)
+void onStopSignal(int signal)
 {
     // Nothing else is safe inside a handler.
-    s_stopRequested = 1;
+    if (signal == SIGTERM)
+        s_request = InstallStopSignals::Terminate;
+    else if (s_request == InstallStopSignals::None)
+        s_request = InstallStopSignals::Interrupt;
 }
 
 } // namespace
 
 InstallStopSignals::InstallStopSignals()
 {
-    s_stopRequested = 0;
+    s_request = None;
     struct sigaction action = {};
     action.sa_handler = onStopSignal;
+    // Neither handler interrupts the other, so a termination is never lost.
     sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGINT);
+    sigaddset(&action.sa_mask, SIGTERM);
     // Reads and writes in progress go on; the walk stops between files.
     action.sa_flags = SA_RESTART;
     ::sigaction(SIGINT, &action, &m_previousInterrupt);
@@ -30,7 +36,7 @@ InstallStopSignals::~InstallStopSignals()
     ::sigaction(SIGTERM, &m_previousTerminate, nullptr);
 }
 
-bool InstallStopSignals::stopRequested()
+InstallStopSignals::Request InstallStopSignals::request()
 {
-    return s_stopRequested != 0;
+    return Request(s_request);
 }

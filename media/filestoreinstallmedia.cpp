@@ -98,6 +98,7 @@ void FileStoreInstallMedia::copyFiles(
     const auto written = [&](qint64 bytes) {
         if (sinceProgress.hasExpired(ProgressInterval) || bytes / ProgressBytes != reported / ProgressBytes) {
             reported = bytes;
+            passCheckpoint();
             emit extractedBytes(quint64(bytes));
             sinceProgress.start();
         }
@@ -107,6 +108,7 @@ void FileStoreInstallMedia::copyFiles(
         const QString target = destinationFolder + QLatin1Char('/') + name;
         const QString failure
             = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
+        passCheckpoint();
         emit extractingFile(name);
 
         // Nothing is asked about, or written to, a place outside the destination.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/heldfolder.h"
+#include "core/installcheckpoint.h"
 
 #include <QObject>
 #include <QSet>
@@ -16,9 +17,10 @@ class InstallOverwriteDecision;
 // extractingFile (its name) and, once written, by extractedFile (its size in
 // bytes; listeners that want a running total keep it themselves). While a
 // long file is written, extractedBytes tells how much of it is, every
-// ProgressInterval milliseconds and every ProgressBytes: progress moves within
-// the file and a stop the user asked for takes effect there. Owned by the
-// installer application; used on the user-interface thread.
+// ProgressInterval milliseconds and every ProgressBytes, so progress moves
+// within the file. The checkpoint is passed before each of these signals: a
+// stop asked for takes effect between files and within a long one. Owned by
+// the installer application; used on the user-interface thread.
 class InstallMedia : public QObject
 {
     Q_OBJECT
@@ -44,6 +46,8 @@ public:
     // Not owned; null means every file is replaced.
     void setOverwriteDecision(InstallOverwriteDecision *decision) { m_decision = decision; }
     InstallOverwriteDecision *overwriteDecision() const { return m_decision; }
+    // Not owned; null means nothing stops a copy from outside.
+    void setCheckpoint(InstallCheckpoint *checkpoint) { m_checkpoint = checkpoint; }
 
     // Often enough for a window to answer input at once, and for the bar to
     // move on a fast disk too.
@@ -56,6 +60,12 @@ signals:
     void extractedFile(quint64 bytesExtracted);
 
 protected:
+    // Throws what the checkpoint throws.
+    void passCheckpoint() const
+    {
+        if (m_checkpoint)
+            m_checkpoint->check();
+    }
     // Asks the overwrite decision about target (true when there is none).
     bool shouldCopy(qint64 sourceModified, quint64 sourceSize, const QString &target) const;
     // The folders one copy writes into, each found below the destination
@@ -88,4 +98,5 @@ protected:
 
 private:
     InstallOverwriteDecision *m_decision = nullptr;
+    InstallCheckpoint *m_checkpoint = nullptr;
 };

@@ -48,14 +48,20 @@ void PackageArchiveInstallMedia::copyFiles(
     // or a shutdown abandons what is under way.
     PackageArchiveExtraction extraction(m_archive);
     std::deque<QString> pending; // the first one is announced
+    const auto announce = [this](const QString &name) {
+        passCheckpoint();
+        emit extractingFile(name);
+    };
     const auto takeOne = [&] {
-        while (!extraction.waitForNext(ProgressInterval, ProgressBytes))
+        while (!extraction.waitForNext(ProgressInterval, ProgressBytes)) {
+            passCheckpoint();
             emit extractedBytes(quint64(extraction.nextBytesWritten()));
+        }
         const quint64 size = extraction.takeNext().size();
         pending.pop_front();
         emit extractedFile(size);
         if (!pending.empty())
-            emit extractingFile(pending.front());
+            announce(pending.front());
     };
     const auto takeAll = [&] {
         while (!pending.empty())
@@ -83,12 +89,12 @@ void PackageArchiveInstallMedia::copyFiles(
         // Where nothing stood there is nothing to decide.
         if (folders.taken(name)) {
             takeAll();
-            emit extractingFile(name);
+            announce(name);
             const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
             if (!shouldCopy(modified, member.size(), target))
                 continue;
         } else if (pending.empty()) {
-            emit extractingFile(name);
+            announce(name);
         }
         pending.push_back(name);
         extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);

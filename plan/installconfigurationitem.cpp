@@ -136,8 +136,10 @@ bool InstallConfigurationItem::install()
 {
     if (willInstall() && m_installed != fullyInstalled) {
         InstallConfigurationList *root = list();
-        if (root)
+        if (root) {
+            root->passCheckpoint();
             emit root->starting(this);
+        }
         bool terminate = false;
         QString failed;
         try {
@@ -175,8 +177,10 @@ bool InstallConfigurationItem::uninstall()
         return true;
 
     InstallConfigurationList *root = list();
-    if (root)
+    if (root) {
+        root->passCheckpoint();
         emit root->starting(this);
+    }
     try {
         uninstallAction();
         setInstalled(notInstalled);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/installcheckpoint.h"
 #include "media/installmedia.h"
 #include "plan/installconfigurationitem.h"
 #include "plan/installoverwritetest.h"
@@ -16,9 +17,9 @@ class InstallModeSource;
 // through install(), uninstall() and checkInstalled(); items announce each
 // action on the list (starting, finished, skipped), which the progress display
 // listens to. The list also carries what the items need from the run: the mode
-// (through InstallModeSource), the question interface and the medium. It
-// refers to them, never owns them; the application sets them before a walk.
-// User-interface thread only.
+// (through InstallModeSource), the question interface, the checkpoint and the
+// medium. It refers to them, never owns them; the application sets them
+// before a walk. User-interface thread only.
 class InstallConfigurationList : public InstallConfigurationItem
 {
     Q_OBJECT
@@ -44,6 +45,16 @@ public:
     InstallMedia *media() const { return m_media; }
 
     InstallOverwriteTest &overwriteTest() { return m_overwriteTest; }
+
+    // Not owned; null means nothing stops a walk from outside.
+    void setCheckpoint(InstallCheckpoint *checkpoint) { m_checkpoint = checkpoint; }
+    // Before each item an operation walk acts on and each file a removal
+    // deletes; throws what the checkpoint throws.
+    void passCheckpoint() const
+    {
+        if (m_checkpoint)
+            m_checkpoint->check();
+    }
 
     // A repair of damaged files: the items that copy files leave these
     // (absolute, clean paths) alone and replace the rest whatever stands
@@ -72,9 +83,6 @@ public:
 signals:
     void starting(InstallConfigurationItem *item);
     void finished(InstallConfigurationItem *item);
-    // Before each file a removal deletes: a point where a requested stop can
-    // take effect between two files.
-    void deletingFile(const QString &path);
     void skipped(int count);
 
 private:
@@ -82,6 +90,7 @@ private:
 
     InstallModeSource *m_modeSource = nullptr;
     InstallQuestion *m_question = nullptr;
+    InstallCheckpoint *m_checkpoint = nullptr;
     std::unique_ptr<InstallQuestion> m_silentQuestion;
     QPointer<InstallMedia> m_media;
     InstallOverwriteTest m_overwriteTest;

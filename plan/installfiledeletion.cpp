@@ -35,7 +35,7 @@ void InstallFileDeletion::deleteFiles(const QStringList &paths)
     for (const QString &unexpanded : paths) {
         const QString path = expandMacros(unexpanded);
         if (root)
-            emit root->deletingFile(path);
+            root->passCheckpoint();
         QString name;
         QString relativeFolder;
         const HeldFolder folder = folderOf(path, name, &relativeFolder);

@@ -15,8 +15,8 @@ class InstallConfigurationItem;
 // the folders of files outside the destination stay. A file that cannot be
 // deleted gets Retry, Ignore or Cancel; Cancel throws
 // InstallUserCancelException and leaves everything deleted so far deleted.
-// The list hears of each file before it goes (deletingFile), so a stop the
-// user asked for can end the removal between two files. Nothing else fails.
+// The list's checkpoint is passed before each file, so a stop asked for can
+// end the removal between two files. Nothing else fails.
 class InstallFileDeletion
 {
 public:
