@@ -302,6 +302,7 @@ class Packarchive(unittest.TestCase):
                 (["extract", twice, self.path("twice")], "error: cannot overwrite file %s/x\n" % self.path("twice")),
                 (["create", "/dev/full", DATA], "error: error writing to compressed stream\n"),
                 (["bogus"], "error: unknown command bogus\n"), (["list"], "error: list needs one archive\n"),
+                (["list", "-v1", "x"], "error: Unknown option 'v1'. (see packarchive --help)\n"),
                 (["create", self.path("x.pa"), twice], "error: not a folder: %s\n" % twice),
                 (["create", "--append", "/nonexistent/d", DATA], "error: /nonexistent/d does not exist\n")):
             with self.subTest(args=args):

@@ -4,6 +4,7 @@
 #include "media/packagearchive.h"
 #include "tools/packarchive/appendingpackagearchive.h"
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -45,34 +46,39 @@ void fail(const QString &message)
     throw HException(message);
 }
 
-// Removes "--offset N" from the arguments and returns N (0 when absent).
-qint64 takeOffset(QStringList &arguments)
+// The command's options and operands: the options a command takes are known
+// to the parser, anything else is refused in the parser's words.
+struct Command
 {
-    const int at = arguments.indexOf(QStringLiteral("--offset"));
-    if (at < 0)
-        return 0;
-    if (at + 1 >= arguments.size())
-        fail(QStringLiteral("--offset needs a number"));
-    bool ok = false;
-    const qint64 offset = arguments.at(at + 1).toLongLong(&ok, 0);
-    if (!ok || offset < 0)
-        fail(QStringLiteral("not an offset: ") + arguments.at(at + 1));
-    arguments.remove(at, 2);
-    return offset;
-}
-
-bool takeFlag(QStringList &arguments, const QString &flag)
-{
-    return arguments.removeAll(flag) > 0;
-}
-
-void rejectOptions(const QStringList &arguments)
-{
-    for (const QString &argument : arguments) {
-        if (argument.startsWith(QLatin1Char('-')) && argument.size() > 1)
-            fail(QStringLiteral("unknown option ") + argument);
+    Command(const QStringList &arguments, const QList<QCommandLineOption> &options)
+    {
+        // "-v1" and "-9" are options of their own, not bundles of letters.
+        parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+        parser.addOptions(options);
+        if (!parser.parse(QStringList(QStringLiteral("packarchive")) + arguments))
+            fail(parser.errorText() + QStringLiteral(" (see packarchive --help)"));
+        operands = parser.positionalArguments();
     }
-}
+
+    bool isSet(const QString &name) const { return parser.isSet(name); }
+    // The archive's start in the file: --offset N, decimal or 0x hexadecimal.
+    qint64 offset() const
+    {
+        if (!parser.isSet(QStringLiteral("offset")))
+            return 0;
+        bool ok = false;
+        const QString value = parser.value(QStringLiteral("offset"));
+        const qint64 offset = value.toLongLong(&ok, 0);
+        if (!ok || offset < 0)
+            fail(QStringLiteral("not an offset: ") + value);
+        return offset;
+    }
+
+    QCommandLineParser parser;
+    QStringList operands;
+};
+
+const QCommandLineOption OffsetOption(QStringLiteral("offset"), QString(), QStringLiteral("N"));
 
 // Adds the files below folder in name order, named relative to root.
 void addFolder(PackageArchive &archive, const QString &root, const QString &relative)
@@ -95,27 +101,29 @@ void addFolder(PackageArchive &archive, const QString &root, const QString &rela
     }
 }
 
-int create(QStringList arguments)
+int create(const QStringList &arguments)
 {
+    QList<QCommandLineOption> options;
+    for (const char *name : { "v1", "v2", "zlib", "bzip2", "append" })
+        options.append(QCommandLineOption(QLatin1String(name)));
+    for (char digit = '0'; digit <= '9'; ++digit)
+        options.append(QCommandLineOption(QString(QLatin1Char(digit))));
+    const Command command(arguments, options);
+    // The last of a pair given wins, as in other archivers.
+    const QStringList given = command.parser.optionNames();
     quint32 version = 2;
     quint32 compression = 0;
     int level = -1;
-    bool append = false;
-    QStringList operands;
-    for (const QString &argument : arguments) {
-        if (argument == QLatin1String("-v1") || argument == QLatin1String("-v2"))
-            version = argument == QLatin1String("-v1") ? 1 : 2;
-        else if (argument == QLatin1String("--zlib") || argument == QLatin1String("--bzip2"))
-            compression = argument == QLatin1String("--bzip2") ? 1 : 0;
-        else if (argument.size() == 2 && argument[0] == QLatin1Char('-') && argument[1].isDigit())
-            level = argument[1].digitValue();
-        else if (argument == QLatin1String("--append"))
-            append = true;
-        else if (argument.startsWith(QLatin1Char('-')))
-            fail(QStringLiteral("unknown option ") + argument);
-        else
-            operands.append(argument);
+    for (const QString &name : given) {
+        if (name == QLatin1String("v1") || name == QLatin1String("v2"))
+            version = name == QLatin1String("v1") ? 1 : 2;
+        else if (name == QLatin1String("zlib") || name == QLatin1String("bzip2"))
+            compression = name == QLatin1String("bzip2") ? 1 : 0;
+        else if (name.at(0).isDigit())
+            level = name.at(0).digitValue();
     }
+    const bool append = command.isSet(QStringLiteral("append"));
+    QStringList operands = command.operands;
     if (operands.size() < 2)
         fail(QStringLiteral("create needs an archive and at least one folder"));
     if (version == 1 && compression == 1)
@@ -162,14 +170,13 @@ int create(QStringList arguments)
     return 0;
 }
 
-int list(QStringList arguments)
+int list(const QStringList &arguments)
 {
-    const qint64 offset = takeOffset(arguments);
-    rejectOptions(arguments);
-    if (arguments.size() != 1)
+    const Command command(arguments, { OffsetOption });
+    if (command.operands.size() != 1)
         fail(QStringLiteral("list needs one archive"));
     PackageArchive archive;
-    archive.open(arguments.first(), offset);
+    archive.open(command.operands.first(), command.offset());
     for (int i = 0; i < archive.count(); ++i) {
         const PackageArchiveFile member = archive.member(i);
         std::printf("%06o %10u %s %s\n", member.mode(), member.size(),
@@ -179,21 +186,21 @@ int list(QStringList arguments)
     return 0;
 }
 
-int extract(QStringList arguments)
+int extract(const QStringList &arguments)
 {
-    const qint64 offset = takeOffset(arguments);
-    const bool overwrite = takeFlag(arguments, QStringLiteral("--overwrite"));
-    rejectOptions(arguments);
-    if (arguments.size() < 2)
+    const Command command(arguments, { OffsetOption, QCommandLineOption(QStringLiteral("overwrite")) });
+    QStringList operands = command.operands;
+    const bool overwrite = command.isSet(QStringLiteral("overwrite"));
+    if (operands.size() < 2)
         fail(QStringLiteral("extract needs an archive and a folder"));
     PackageArchive archive;
-    archive.open(arguments.takeFirst(), offset, PackageArchive::SortedIndex);
-    const QString folder = arguments.takeFirst();
-    if (arguments.isEmpty()) {
+    archive.open(operands.takeFirst(), command.offset(), PackageArchive::SortedIndex);
+    const QString folder = operands.takeFirst();
+    if (operands.isEmpty()) {
         archive.extractAll(folder, overwrite);
         return 0;
     }
-    for (const QString &name : std::as_const(arguments)) {
+    for (const QString &name : std::as_const(operands)) {
         PackageArchiveFile member = archive.find(name);
         if (member.isNull())
             fail(QStringLiteral("no member ") + name);
@@ -203,14 +210,13 @@ int extract(QStringList arguments)
     return 0;
 }
 
-int verify(QStringList arguments)
+int verify(const QStringList &arguments)
 {
-    const qint64 offset = takeOffset(arguments);
-    rejectOptions(arguments);
-    if (arguments.size() != 1)
+    const Command command(arguments, { OffsetOption });
+    if (command.operands.size() != 1)
         fail(QStringLiteral("verify needs one archive"));
     PackageArchive archive;
-    archive.open(arguments.first(), offset);
+    archive.open(command.operands.first(), command.offset());
     quint64 bytes = 0;
     for (int i = 0; i < archive.count(); ++i) {
         const PackageArchiveFile member = archive.member(i);
