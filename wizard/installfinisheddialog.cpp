@@ -1,17 +1,16 @@
 #include "wizard/installfinisheddialog.h"
 
+#include "core/fileutils.h"
 #include "core/macrotable.h"
 #include "wizard/wizardlogging.h"
 
 #include <QCheckBox>
-#include <QFile>
 #include <QFileInfo>
 #include <QLabel>
 #include <QVBoxLayout>
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 InstallFinishedDialog::InstallFinishedDialog(
@@ -65,23 +64,16 @@ bool InstallFinishedDialog::runClosingActions() const
     const QStringList lines = commands();
     if (lines.isEmpty())
         return true;
-    const QString path = commandsFile();
-    // Root writes this file in a folder a user may own: refuse a link put
-    // there to make us overwrite something else.
-    const int fd = ::open(
-        QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        qCWarning(lcWizard) << "Cannot write" << path << std::strerror(errno);
-        return false;
-    }
-    QFile file;
-    if (!file.open(fd, QIODevice::WriteOnly | QIODevice::Text, QFileDevice::AutoCloseHandle)) {
-        ::close(fd);
-        return false;
-    }
+    QByteArray content;
     for (const QString &line : lines)
-        file.write((line + QLatin1Char('\n')).toUtf8());
-    return file.flush();
+        content += (line + QLatin1Char('\n')).toUtf8();
+    // Root writes this file in a folder a user may own: a link put there to
+    // make us overwrite something else is replaced, never followed.
+    const QString path = commandsFile();
+    if (FileUtils::writeFile(path, content))
+        return true;
+    qCWarning(lcWizard) << "Cannot write" << path << std::strerror(errno);
+    return false;
 }
 
 QString InstallFinishedDialog::commandsFile()

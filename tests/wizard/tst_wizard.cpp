@@ -476,7 +476,7 @@ void tst_Wizard::closingCommands()
         QCOMPARE(readAll(commands),
             "xdg-open|file://" + destination + "/doc/notes.html\n" + destination + "/bin/calvra --welcome\n");
     }
-    // A link planted in its place is refused, never written through.
+    // A link planted in its place is replaced, never written through.
     QVERIFY(QFile::remove(commands));
     QFile victim(m_dir->filePath(QStringLiteral("victim")));
     QVERIFY(victim.open(QIODevice::WriteOnly) && victim.write("keep me\n") == 8);
@@ -484,7 +484,7 @@ void tst_Wizard::closingCommands()
     QVERIFY(QFile::link(victim.fileName(), commands));
     InstallFinishedDialog dialog(settings, InstallMode::Typical);
     dialog.announceShow();
-    QVERIFY(!dialog.runClosingActions());
+    QVERIFY(dialog.runClosingActions() && !QFileInfo(commands).isSymLink());
     QCOMPARE(readAll(victim.fileName()), QByteArray("keep me\n"));
 }
 
