@@ -14,6 +14,9 @@ function(setup_warnings target)
   endif()
 endfunction()
 
+# The libraries from the top down: each depends only on those after it.
+set(SETUP_LIBRARY_ORDER setup_wizard setup_installer setup_plan setup_media setup_archive setup_core)
+
 # One static library per folder. Its sources are the folder's .cpp/.h files; the
 # folder's parent is the include root, so code includes "core/macrotable.h".
 function(setup_library name)
@@ -33,11 +36,17 @@ function(setup_library name)
   if(SETUP_SANITIZERS)
     target_link_options(${name} INTERFACE -fsanitize=${SETUP_SANITIZERS})
   endif()
+  list(FIND SETUP_LIBRARY_ORDER ${name} position)
+  if(position GREATER 0)
+    list(SUBLIST SETUP_LIBRARY_ORDER 0 ${position} above)
+    string(JOIN " -> " order ${SETUP_LIBRARY_ORDER})
+    setup_forbid_links(${name} "a library links only those below it: ${order}" ${above})
+  endif()
 endfunction()
 
-# Only the wizard may show widgets: fail the configure step when a logic
-# library pulls QtWidgets in, directly or through another library.
-function(setup_forbid_widgets target)
+# Fails the configure step when target links one of the forbidden targets,
+# directly or through another library.
+function(setup_forbid_links target reason)
   set(pending ${target})
   set(seen "")
   while(pending)
@@ -46,8 +55,8 @@ function(setup_forbid_widgets target)
       continue()
     endif()
     list(APPEND seen ${current})
-    if(current STREQUAL "Qt6::Widgets")
-      message(FATAL_ERROR "${target} must not link Qt6::Widgets; only setup_wizard may")
+    if(current IN_LIST ARGN)
+      message(FATAL_ERROR "${target} must not link ${current}; ${reason}")
     endif()
     if(TARGET ${current} AND NOT current MATCHES "^Qt6::")
       get_target_property(type ${current} TYPE)
@@ -61,6 +70,11 @@ function(setup_forbid_widgets target)
       endif()
     endif()
   endwhile()
+endfunction()
+
+# Only the wizard may show widgets: a logic library must not pull QtWidgets in.
+function(setup_forbid_widgets target)
+  setup_forbid_links(${target} "only setup_wizard may" Qt6::Widgets)
 endfunction()
 
 # A QtTest binary: tests/<library>/tst_<name>.cpp linked against the given libraries.

@@ -1,5 +1,6 @@
 #include "installer/copyfilesmode.h"
 
+#include "archive/packagearchiveextraction.h"
 #include "core/console.h"
 #include "core/fileutils.h"
 #include "core/hexception.h"
@@ -7,7 +8,6 @@
 #include "core/macrotable.h"
 #include "installer/consolelicenceprompt.h"
 #include "installer/textprogressbar.h"
-#include "media/packagearchiveextraction.h"
 
 #include <QDir>
 #include <QFileInfo>

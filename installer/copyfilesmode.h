@@ -1,7 +1,7 @@
 #pragma once
 
+#include "archive/packagearchive.h"
 #include "core/entrycommandline.h"
-#include "media/packagearchive.h"
 
 #include <QString>
 

@@ -1,8 +1,8 @@
 #include "media/packagearchiveinstallmedia.h"
 
+#include "archive/packagearchiveextraction.h"
 #include "core/hexception.h"
 #include "core/installexception.h"
-#include "media/packagearchiveextraction.h"
 
 #include <deque>
 

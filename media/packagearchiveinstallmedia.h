@@ -1,7 +1,7 @@
 #pragma once
 
+#include "archive/packagearchive.h"
 #include "media/installmedia.h"
-#include "media/packagearchive.h"
 
 // A medium that is a package archive, on its own or embedded at a byte offset
 // of a larger data file. The archive is opened once, at construction, with the

@@ -24,7 +24,7 @@ import time
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "media"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "archive"))
 import archiveformat  # noqa: E402  (the independent archive writer)
 
 SETUP = os.environ.get("SETUP_EXE", "")

@@ -4,8 +4,8 @@
 // that mutations reach the table instead of breaking the compressed stream
 // (the stream targets fuzz those). Other bodies are taken as they stand.
 
+#include "archive/packagearchive.h"
 #include "core/hexception.h"
-#include "media/packagearchive.h"
 #include "tests/fuzz/fuzzing.h"
 
 #include <QString>

@@ -3,9 +3,9 @@
 // libbz2 reaches the same end; the body reader built on both delivers what
 // libbz2's stdio reader delivers, request for request, and fails where it fails.
 
+#include "archive/packagearchivebzblockdecoder.h"
+#include "archive/packagearchivecompressedbzinputfile.h"
 #include "core/hexception.h"
-#include "media/packagearchivebzblockdecoder.h"
-#include "media/packagearchivecompressedbzinputfile.h"
 #include "tests/fuzz/fuzzing.h"
 
 #include <bzlib.h>

@@ -2,9 +2,9 @@
 // requests of a size the input picks, then again after seeks backwards and
 // forwards, which must give the bytes first read at those positions.
 
+#include "archive/packagearchivecompressedbzinputfile.h"
+#include "archive/packagearchivecompressedgzinputfile.h"
 #include "core/hexception.h"
-#include "media/packagearchivecompressedbzinputfile.h"
-#include "media/packagearchivecompressedgzinputfile.h"
 #include "tests/fuzz/fuzzing.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/packagearchive.h"
+#include "archive/packagearchive.h"
 
 // An archive written behind the bytes of an existing file, so that a data file
 // can carry it at an offset. The prefix is copied in beginWrite().

@@ -1,7 +1,7 @@
 // packarchive: the package archive tool for building installation media.
 
+#include "archive/packagearchive.h"
 #include "core/hexception.h"
-#include "media/packagearchive.h"
 #include "tools/packarchive/appendingpackagearchive.h"
 
 #include <QCommandLineParser>

@@ -1,5 +1,0 @@
-#include "media/medialog.h"
-
-// Debug lines (the body's decompression count, a bzip2 fallback) only when
-// asked for, as packarchive's output is read by scripts.
-Q_LOGGING_CATEGORY(lcMedia, "setup.media", QtInfoMsg)
