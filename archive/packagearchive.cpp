@@ -606,15 +606,13 @@ void PackageArchive::extractTo(
     const PackageArchiveFile &member, const QString &directory, const QString &relativeName, bool overwrite)
 {
     PackageArchiveExtraction extraction(*this, 1);
-    extraction.addBelow(member, directory, relativeName, overwrite);
-    extraction.finish();
+    extraction.extract(1, [&](int) { return extraction.below(directory, member, relativeName, overwrite); });
 }
 
 void PackageArchive::extractToFile(const PackageArchiveFile &member, const QString &path, bool overwrite)
 {
     PackageArchiveExtraction extraction(*this, 1);
-    extraction.add(member, path, overwrite);
-    extraction.finish();
+    extraction.extract(1, [&](int) { return PackageArchiveExtraction::at(member, path, overwrite); });
 }
 
 void PackageArchive::extractAll(const QString &directory, bool overwrite)
@@ -629,22 +627,16 @@ void PackageArchive::extractSelected(const QString &directory, bool overwrite)
 
 void PackageArchive::extractMembers(const QString &directory, bool overwrite, bool selectedOnly)
 {
-    PackageArchiveExtraction extraction(*this);
-    try {
-        for (const auto &data : m_members) {
-            if (selectedOnly && !data->selected)
-                continue;
-            if (extraction.full())
-                extraction.takeNext();
-            extraction.addBelow(PackageArchiveFile(data.get()), directory, data->name, overwrite);
-        }
-    } catch (const HException &) {
-        // Members before the refused one are written, as if one at a time;
-        // an earlier failure is the one to report.
-        extraction.finish();
-        throw;
+    std::vector<PackageArchiveFile> members;
+    for (const auto &data : m_members) {
+        if (!selectedOnly || data->selected)
+            members.emplace_back(data.get());
     }
-    extraction.finish();
+    PackageArchiveExtraction extraction(*this);
+    extraction.extract(int(members.size()), [&](int index) {
+        const PackageArchiveFile &member = members[size_t(index)];
+        return extraction.below(directory, member, member.name(), overwrite);
+    });
 }
 
 void PackageArchive::save(const QString &path, int level)

@@ -39,10 +39,11 @@ const qint64 FolderBytes = qint64(16) << 20;
 struct PackageArchiveExtraction::Job
 {
     const PackageArchiveData *member = nullptr;
+    int index = 0;
     std::shared_ptr<HeldFolder> folder;
     QByteArray name;
     QString path;
-    Target target;
+    FileKey key;
     Writer *writer = nullptr;
     // Filled by the reader, emptied by the writer.
     std::deque<QByteArray> blocks;
@@ -99,17 +100,58 @@ void PackageArchiveExtraction::removeUntaken()
     }
 }
 
-void PackageArchiveExtraction::add(const PackageArchiveFile &member, const QString &path, bool overwrite)
+void PackageArchiveExtraction::reportWriting(int milliseconds, qint64 step)
+{
+    m_reportMilliseconds = milliseconds;
+    m_reportStep = step;
+}
+
+void PackageArchiveExtraction::extract(
+    int count, const std::function<Target(int index)> &target, const OnProgress &onProgress)
+{
+    const OnProgress tell = onProgress ? onProgress : OnProgress([](const Progress &) {});
+    // The members before a refused one are written, as if one at a time; an
+    // earlier failure is the one to report.
+    const auto orFinish = [&](const auto &step) {
+        try {
+            return step();
+        } catch (...) {
+            takeAll(tell);
+            throw;
+        }
+    };
+    for (int index = 0; index < count; ++index) {
+        const Target placed = orFinish([&] { return target(index); });
+        const bool asked = bool(placed.admit);
+        if (asked) {
+            // What is asked about comes after what is in place: nothing is
+            // asked after a file that failed.
+            takeAll(tell);
+            tell({ Progress::Next, index, 0 });
+            if (!placed.admit())
+                continue;
+        }
+        orFinish([&] { add(placed, index); });
+        if (m_reports.size() == 1 && !asked)
+            tell({ Progress::Next, index, 0 });
+        while (!m_reports.empty() && (full() || nextReady()))
+            takeNext(tell);
+    }
+    takeAll(tell);
+}
+
+PackageArchiveExtraction::Target PackageArchiveExtraction::at(
+    const PackageArchiveFile &member, const QString &path, bool overwrite)
 {
     const QFileInfo info(path);
     auto folder = std::make_shared<HeldFolder>(HeldFolder::open(info.absolutePath(), HeldFolder::Create));
     if (!folder->isValid())
         throw HException(QStringLiteral("cannot create output file ") + path);
-    addIn(member, folder, info.fileName(), path, overwrite);
+    return { member, folder, info.fileName(), path, overwrite, {} };
 }
 
-void PackageArchiveExtraction::addBelow(
-    const PackageArchiveFile &member, const QString &directory, const QString &relativeName, bool overwrite)
+PackageArchiveExtraction::Target PackageArchiveExtraction::below(
+    const QString &directory, const PackageArchiveFile &member, const QString &relativeName, bool overwrite)
 {
     PackageArchive::checkName(relativeName);
     const QString path = directory + QLatin1Char('/') + relativeName;
@@ -131,37 +173,38 @@ void PackageArchiveExtraction::addBelow(
         m_lastFolder = std::make_shared<HeldFolder>(std::move(folder));
         m_lastFolderName = folderName;
     }
-    addIn(member, m_lastFolder, relativeName.mid(slash + 1), path, overwrite);
+    return { member, m_lastFolder, relativeName.mid(slash + 1), path, overwrite, {} };
 }
 
-void PackageArchiveExtraction::addIn(const PackageArchiveFile &member,
-    const std::shared_ptr<HeldFolder> &folder, const QString &name, const QString &path, bool overwrite)
+void PackageArchiveExtraction::add(const Target &target, int index)
 {
     auto job = std::make_shared<Job>();
-    job->member = member.data();
-    job->folder = folder;
-    job->name = QFile::encodeName(name);
-    job->path = path;
-    job->target = targetOf(folder, job->name);
-    awaitEarlier(job->target);
+    job->member = target.member.data();
+    job->index = index;
+    job->folder = target.folder;
+    job->name = QFile::encodeName(target.name);
+    job->path = target.path;
+    job->key = keyOf(target.folder, job->name);
+    awaitEarlier(job->key);
     struct stat status;
-    if (!overwrite && ::fstatat(folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-        throw HException(QStringLiteral("cannot overwrite file ") + path);
-    if (folder.get() != m_writerFolder || m_writerBytes >= FolderBytes) {
-        m_writerFolder = folder.get();
+    if (!target.overwrite
+        && ::fstatat(target.folder->fd(), job->name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        throw HException(QStringLiteral("cannot overwrite file ") + target.path);
+    if (target.folder.get() != m_writerFolder || m_writerBytes >= FolderBytes) {
+        m_writerFolder = target.folder.get();
         m_writerIndex = (m_writerIndex + 1) % int(m_writers.size());
         m_writerBytes = 0;
     }
-    m_writerBytes += member.size();
+    m_writerBytes += target.member.size();
     job->writer = &m_writers[size_t(m_writerIndex)];
-    m_targets[job->target] = job;
+    m_targets[job->key] = job;
     m_reports.push_back(job);
     bool wake = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_toRead.push_back(job);
         ++m_pendingCount;
-        m_pendingBytes += member.size();
+        m_pendingBytes += target.member.size();
         // The reader starts on a full window; before that it would only look.
         wake = windowFull();
     }
@@ -174,7 +217,7 @@ bool PackageArchiveExtraction::windowFull() const
     return m_pendingCount >= MaxPending || m_pendingBytes >= MaxPendingBytes;
 }
 
-PackageArchiveExtraction::Target PackageArchiveExtraction::targetOf(
+PackageArchiveExtraction::FileKey PackageArchiveExtraction::keyOf(
     const std::shared_ptr<HeldFolder> &folder, const QByteArray &name)
 {
     // By identity, not by path: "a/x" and "a/./x" are one file. A folder that
@@ -186,14 +229,14 @@ PackageArchiveExtraction::Target PackageArchiveExtraction::targetOf(
         m_folderDevice = known ? status.st_dev : 0;
         m_folderInode = known ? status.st_ino : 0;
     }
-    return Target(m_folderDevice, m_folderInode, name);
+    return FileKey(m_folderDevice, m_folderInode, name);
 }
 
-void PackageArchiveExtraction::awaitEarlier(const Target &target)
+void PackageArchiveExtraction::awaitEarlier(const FileKey &key)
 {
     // The writers take members in body order, not in the order they were
     // added, and two writers may hold one file's members.
-    const auto found = m_targets.find(target);
+    const auto found = m_targets.find(key);
     if (found != m_targets.end() && !found->second->written)
         awaitWritten({ found->second.get() });
 }
@@ -229,7 +272,7 @@ void PackageArchiveExtraction::awaitWritten(
     --m_callerWaiting;
 }
 
-bool PackageArchiveExtraction::nextReady()
+bool PackageArchiveExtraction::nextReady() const
 {
     return !m_reports.empty() && m_reports.front()->written;
 }
@@ -247,19 +290,15 @@ bool PackageArchiveExtraction::waitForNext(int milliseconds, qint64 step)
     return job->written;
 }
 
-qint64 PackageArchiveExtraction::nextBytesWritten() const
+void PackageArchiveExtraction::takeNext(const OnProgress &onProgress)
 {
-    return m_reports.front()->bytesWritten;
-}
-
-PackageArchiveFile PackageArchiveExtraction::takeNext()
-{
-    waitForNext(-1);
     const std::shared_ptr<Job> job = m_reports.front();
+    while (!waitForNext(m_reportMilliseconds, m_reportStep))
+        onProgress({ Progress::Writing, job->index, job->bytesWritten });
     m_reports.pop_front();
-    const auto target = m_targets.find(job->target);
-    if (target != m_targets.end() && target->second == job)
-        m_targets.erase(target);
+    const auto key = m_targets.find(job->key);
+    if (key != m_targets.end() && key->second == job)
+        m_targets.erase(key);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         --m_pendingCount;
@@ -269,13 +308,15 @@ PackageArchiveFile PackageArchiveExtraction::takeNext()
         throw HException(job->readError);
     if (!job->writeError.isEmpty())
         throw HException(job->writeError);
-    return PackageArchiveFile(const_cast<PackageArchiveData *>(job->member));
+    onProgress({ Progress::Written, job->index, qint64(job->member->size) });
+    if (!m_reports.empty())
+        onProgress({ Progress::Next, m_reports.front()->index, 0 });
 }
 
-void PackageArchiveExtraction::finish()
+void PackageArchiveExtraction::takeAll(const OnProgress &onProgress)
 {
-    while (pending() > 0)
-        takeNext();
+    while (!m_reports.empty())
+        takeNext(onProgress);
 }
 
 void PackageArchiveExtraction::readLoop()

@@ -37,18 +37,46 @@ class PackageArchive;
 // queued once that one is in place, so the later member wins, and without
 // overwrite it is refused, as if they were written one at a time.
 //
-// The caller (the user-interface thread) adds members and takes the finished
-// ones back in the order it added them (reading starts once it waits for one
-// or has a full window under way). Destroying an extraction that was not
-// finished abandons what is still under way: the threads stop and the
-// temporary files go, and so do the new files that were not taken back yet,
-// so that a cancelled or failed extraction leaves the folders as if files had
-// been written one by one, up to the last one taken; a file that replaced
-// another stays. The archive must not be read by
-// anyone else until the extraction is finished or destroyed.
+// The caller (the user-interface thread) hands members over through one
+// call, extract(), and hears of each in the order it gave them (reading
+// starts once it waits for one or has a full window under way). Destroying
+// an extraction that was not finished abandons what is still under way: the
+// threads stop and the temporary files go, and so do the new files that were
+// not reported yet, so that a cancelled or failed extraction leaves the
+// folders as if files had been written one by one, up to the last one
+// reported; a file that replaced another stays. The archive must not be read
+// by anyone else until the extraction is finished or destroyed.
 class PackageArchiveExtraction
 {
 public:
+    // Where one member goes: name inside folder, which the caller holds;
+    // path names the file in messages.
+    struct Target
+    {
+        PackageArchiveFile member;
+        std::shared_ptr<HeldFolder> folder;
+        QString name;
+        QString path;
+        // Without it, a file already there is refused with "cannot overwrite file ".
+        bool overwrite = true;
+        // When set, asked once every member before is in place and this one
+        // is announced: false leaves the member out.
+        std::function<bool()> admit;
+    };
+
+    // What the caller hears of the oldest member under way: that its bytes
+    // are the next to be written, how many of them are (when asked for with
+    // reportWriting), or that it is in place with all of them.
+    struct Progress
+    {
+        enum Event { Next, Writing, Written };
+        Event event;
+        // The member's index in extract()'s count.
+        int index;
+        qint64 bytes;
+    };
+    using OnProgress = std::function<void(const Progress &)>;
+
     explicit PackageArchiveExtraction(PackageArchive &archive, int writers = defaultWriters());
     ~PackageArchiveExtraction();
     PackageArchiveExtraction(const PackageArchiveExtraction &) = delete;
@@ -58,40 +86,31 @@ public:
     // machines this runs on; more only add contention.
     static int defaultWriters() { return 2; }
 
-    // Queues the member for exactly path. Throws "cannot overwrite file " when
-    // the path exists and overwrite is false; makes the missing folders.
-    void add(const PackageArchiveFile &member, const QString &path, bool overwrite);
-    // The same for directory + "/" + relativeName, a name checked like
-    // PackageArchive::checkName; no link below directory is followed.
-    void addBelow(const PackageArchiveFile &member, const QString &directory, const QString &relativeName,
-        bool overwrite);
-    // The same for name inside folder, already held by the caller; path
-    // names the file in messages.
-    void addIn(const PackageArchiveFile &member, const std::shared_ptr<HeldFolder> &folder,
-        const QString &name, const QString &path, bool overwrite);
+    // While the caller waits for a member, Writing reports its bytes every
+    // milliseconds and every step bytes; without it, it waits silently.
+    void reportWriting(int milliseconds, qint64 step);
 
-    // Members added and not yet taken back.
-    int pending() const { return int(m_reports.size()); }
-    // Too many members are under way: take one back before adding more.
-    bool full() const { return pending() >= MaxPending || m_pendingBytes >= MaxPendingBytes; }
-    // The oldest pending member is written (or has failed), so taking it will not wait.
-    bool nextReady();
-    // Waits at most milliseconds (without end when negative) for the oldest
-    // pending member to be written or to fail, true once it is; with step,
-    // returns early once another multiple of step bytes of it is written.
-    bool waitForNext(int milliseconds, qint64 step = 0);
-    // How many bytes of the oldest pending member are written so far.
-    qint64 nextBytesWritten() const;
-    // Waits for the oldest pending member and returns it; throws HException
-    // with its failure.
-    PackageArchiveFile takeNext();
-    // Takes back every pending member, in order; throws the first failure.
-    void finish();
+    // Writes count members, the index-th where target(index) says; target is
+    // asked for each in turn whenever there is room for one more, and
+    // onProgress hears of each, in that order, on the caller's thread. A
+    // failure (a member that cannot be written, or what target, admit or
+    // onProgress throw) is thrown once the members before it are in place
+    // and reported; an earlier failure wins. Called once per extraction.
+    void extract(
+        int count, const std::function<Target(int index)> &target, const OnProgress &onProgress = {});
+
+    // The target directory + "/" + relativeName, a name checked like
+    // PackageArchive::checkName, with the missing folders made; no link
+    // below directory is followed.
+    Target below(const QString &directory, const PackageArchiveFile &member, const QString &relativeName,
+        bool overwrite);
+    // The target exactly path, with the missing folders made.
+    static Target at(const PackageArchiveFile &member, const QString &path, bool overwrite);
 
 private:
     struct Job;
     // A file to be written: its folder's device and inode, and its name.
-    using Target = std::tuple<dev_t, ino_t, QByteArray>;
+    using FileKey = std::tuple<dev_t, ino_t, QByteArray>;
     // The window of members added ahead of those taken back: the reader
     // orders what is in it by place in the body.
     static constexpr int MaxPending = 512;
@@ -102,6 +121,22 @@ private:
         std::condition_variable wake;
         std::deque<std::shared_ptr<Job>> jobs;
     };
+
+    // Queues the member; throws "cannot overwrite file " as Target says.
+    void add(const Target &target, int index);
+    // Too many members are under way: take one back before adding more.
+    bool full() const { return m_reports.size() >= size_t(MaxPending) || m_pendingBytes >= MaxPendingBytes; }
+    // The oldest pending member is written (or has failed), so taking it will not wait.
+    bool nextReady() const;
+    // Waits at most milliseconds (without end when negative) for the oldest
+    // pending member to be written or to fail, true once it is; with step,
+    // returns early once another multiple of step bytes of it is written.
+    bool waitForNext(int milliseconds, qint64 step);
+    // Waits for the oldest pending member, reporting its bytes meanwhile,
+    // and reports it and the one after it; throws HException with its
+    // failure. onProgress must be callable.
+    void takeNext(const OnProgress &onProgress);
+    void takeAll(const OnProgress &onProgress);
 
     void readLoop();
     void writeLoop(Writer &writer);
@@ -115,9 +150,9 @@ private:
     void release(qint64 bytes);
     bool windowFull() const;
     void removeUntaken();
-    Target targetOf(const std::shared_ptr<HeldFolder> &folder, const QByteArray &name);
+    FileKey keyOf(const std::shared_ptr<HeldFolder> &folder, const QByteArray &name);
     // Waits, as the caller, for an earlier member under way to the same file.
-    void awaitEarlier(const Target &target);
+    void awaitEarlier(const FileKey &key);
     // Waits, as the caller, until each job in turn is written, at most
     // milliseconds unless that is negative, or until watched has another
     // multiple of step bytes written. The reader goes on with all that was
@@ -143,6 +178,8 @@ private:
     // under the lock, read by the reader.
     qint64 m_pendingBytes = 0;
     int m_callerWaiting = 0;
+    int m_reportMilliseconds = -1;
+    qint64 m_reportStep = 0;
     // The file the caller waits for; a writer wakes it for that one only.
     std::atomic<const Job *> m_awaited { nullptr };
     // The file whose progress the caller waits for, every m_watchedStep bytes.
@@ -164,7 +201,7 @@ private:
     QString m_lastFolderName;
     std::shared_ptr<HeldFolder> m_lastFolder;
     // The last member added for each file, while it is pending.
-    std::map<Target, std::shared_ptr<Job>> m_targets;
+    std::map<FileKey, std::shared_ptr<Job>> m_targets;
     // The folder whose identity was looked up last: members come in runs by folder.
     std::shared_ptr<HeldFolder> m_identifiedFolder;
     dev_t m_folderDevice = 0;

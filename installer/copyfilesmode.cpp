@@ -90,21 +90,16 @@ void CopyFilesMode::copyArchiveMembers(TextProgressBar &bar)
     // Table order is the order of the compressed body, so the stream never
     // goes back. A member is listed when queued and counted once in place.
     PackageArchiveExtraction extraction(m_archive);
-    const auto advanceReady = [&](bool wait) {
-        while (extraction.pending() > 0 && (wait || extraction.full() || extraction.nextReady()))
-            bar.advance(extraction.takeNext().size());
-    };
-    try {
-        for (int i = 0; i < m_archive.count(); ++i) {
-            const PackageArchiveFile member = m_archive.member(i);
+    extraction.extract(
+        m_archive.count(),
+        [&](int index) {
+            const PackageArchiveFile member = m_archive.member(index);
             if (m_options.verbose())
                 bar.printLine(m_destination + QLatin1Char('/') + member.name());
-            extraction.addBelow(member, m_destination, member.name(), true);
-            advanceReady(false);
-        }
-    } catch (const HException &) {
-        advanceReady(true);
-        throw;
-    }
-    advanceReady(true);
+            return extraction.below(m_destination, member, member.name(), true);
+        },
+        [&](const PackageArchiveExtraction::Progress &progress) {
+            if (progress.event == PackageArchiveExtraction::Progress::Written)
+                bar.advance(progress.bytes);
+        });
 }

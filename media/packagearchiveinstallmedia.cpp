@@ -4,8 +4,6 @@
 #include "core/hexception.h"
 #include "core/installexception.h"
 
-#include <deque>
-
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
     : InstallMedia(parent)
@@ -47,59 +45,42 @@ void PackageArchiveInstallMedia::copyFiles(
     // that failed. A failure leaves the files after it unreported; a Cancel
     // or a shutdown abandons what is under way.
     PackageArchiveExtraction extraction(m_archive);
-    std::deque<QString> pending; // the first one is announced
-    const auto announce = [this](const QString &name) {
-        passCheckpoint();
-        emit extractingFile(name);
-    };
-    const auto takeOne = [&] {
-        while (!extraction.waitForNext(ProgressInterval, ProgressBytes)) {
-            passCheckpoint();
-            emit extractedBytes(quint64(extraction.nextBytesWritten()));
-        }
-        const quint64 size = extraction.takeNext().size();
-        pending.pop_front();
-        emit extractedFile(size);
-        if (!pending.empty())
-            announce(pending.front());
-    };
-    const auto takeAll = [&] {
-        while (!pending.empty())
-            takeOne();
-    };
+    extraction.reportWriting(ProgressInterval, ProgressBytes);
     TargetFolders folders(destinationFolder);
-    for (const QString &name : files) {
+    const auto place = [&](int index) {
+        const QString &name = files[index];
         const QString source = sourceFolder + QLatin1Char('/') + name;
         const QString target = destinationFolder + QLatin1Char('/') + name;
-        PackageArchiveFile member;
-        std::shared_ptr<HeldFolder> folder;
-        try {
-            // Nothing is asked about, or written to, a place outside the destination.
-            const QString failure
-                = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
-            member = m_archive.find(source);
-            if (member.isNull())
-                throw InstallException(failure);
-            folder = folders.folderFor(name, failure);
-        } catch (...) {
-            // An earlier file's failure is the one that counts.
-            takeAll();
-            throw;
-        }
+        // Nothing is asked about, or written to, a place outside the destination.
+        const QString failure
+            = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
+        const PackageArchiveFile member = m_archive.find(source);
+        if (member.isNull())
+            throw InstallException(failure);
+        PackageArchiveExtraction::Target placed { member, folders.folderFor(name, failure),
+            TargetFolders::fileName(name), target, true, {} };
         // Where nothing stood there is nothing to decide.
         if (folders.taken(name)) {
-            takeAll();
-            announce(name);
-            const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
-            if (!shouldCopy(modified, member.size(), target))
-                continue;
-        } else if (pending.empty()) {
-            announce(name);
+            placed.admit = [this, member, target] {
+                const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
+                return shouldCopy(modified, member.size(), target);
+            };
         }
-        pending.push_back(name);
-        extraction.addIn(member, folder, TargetFolders::fileName(name), target, true);
-        while (!pending.empty() && (extraction.full() || extraction.nextReady()))
-            takeOne();
-    }
-    takeAll();
+        return placed;
+    };
+    extraction.extract(int(files.size()), place, [&](const PackageArchiveExtraction::Progress &progress) {
+        switch (progress.event) {
+        case PackageArchiveExtraction::Progress::Next:
+            passCheckpoint();
+            emit extractingFile(files[progress.index]);
+            break;
+        case PackageArchiveExtraction::Progress::Writing:
+            passCheckpoint();
+            emit extractedBytes(quint64(progress.bytes));
+            break;
+        case PackageArchiveExtraction::Progress::Written:
+            emit extractedFile(quint64(progress.bytes));
+            break;
+        }
+    });
 }
