@@ -178,7 +178,16 @@ bool copyDiskFile(const QString &path, quint32 size, PackageArchiveIOFileInterfa
 
 struct PackageArchive::Header
 {
-    std::unique_ptr<PackageArchiveIOFileInterface> stream;
+    // The body is compressed but in the uncompressed form, which opens only
+    // when empty.
+    std::unique_ptr<PackageArchiveCompressedInputFile> compressed;
+    std::unique_ptr<PackageArchiveIOFile> plain;
+    PackageArchiveIOFileInterface &stream() const
+    {
+        if (compressed)
+            return *compressed;
+        return *plain;
+    }
     quint32 version = 0;
     quint32 compression = 0;
     quint32 count = 0;
@@ -211,7 +220,7 @@ void PackageArchive::clear()
 bool PackageArchive::readInnerHeader(Header &header)
 {
     uchar inner[8];
-    header.stream->read(reinterpret_cast<char *>(inner), 8);
+    header.stream().read(reinterpret_cast<char *>(inner), 8);
     if (qFromLittleEndian<quint32>(inner) != InnerMagic)
         return false;
     header.count = qFromLittleEndian<quint32>(inner + 4);
@@ -241,7 +250,7 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
     if (magic == Magic) {
         const quint16 field = qFromLittleEndian<quint16>(head + 4);
         header.compression = field >> 12;
-        header.stream = createInputFile(header.compression, file.release());
+        header.compressed = createInputFile(header.compression, file.release());
         const quint32 version = field & 0x0FFF;
         if (version != 1 && version != 2)
             throw formatError(path, startOffset);
@@ -251,12 +260,12 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
     } else if (magic == LegacyMagic) {
         if (::fseeko(file.get(), off_t(startOffset + LegacyHeaderSize), SEEK_SET) != 0)
             throw formatError(path, startOffset);
-        header.stream = createInputFile(0, file.release());
+        header.compressed = createInputFile(0, file.release());
         header.version = 1;
         if (!readInnerHeader(header))
             throw formatError(path, startOffset);
     } else if (magic == InnerMagic) {
-        header.stream = std::make_unique<PackageArchiveIOFile>(file.release());
+        header.plain = std::make_unique<PackageArchiveIOFile>(file.release());
         header.version = 1;
         header.count = qFromLittleEndian<quint32>(head + 4);
     } else {
@@ -265,7 +274,7 @@ PackageArchive::Header PackageArchive::readHeader(const QString &path, qint64 st
 
     if (header.version == 2) {
         uchar table[TableHeaderSize];
-        if (header.stream->read(reinterpret_cast<char *>(table), TableHeaderSize) != TableHeaderSize)
+        if (header.stream().read(reinterpret_cast<char *>(table), TableHeaderSize) != TableHeaderSize)
             throw error("bad header");
         header.count = qFromLittleEndian<quint32>(table);
     }
@@ -301,7 +310,7 @@ void PackageArchive::readTable(const QString &path, qint64 startOffset, quint32 
     m_indexed = (flags & SortedIndex) != 0;
     m_version = header.version;
     m_compression = header.compression;
-    PackageArchiveIOFileInterface &stream = *header.stream;
+    PackageArchiveIOFileInterface &stream = header.stream();
 
     // The count comes from the file; it is reserved for only once the budget
     // has taken it.
@@ -355,7 +364,7 @@ void PackageArchive::readTable(const QString &path, qint64 startOffset, quint32 
             m_sorted.push_back(member.get());
         std::stable_sort(m_sorted.begin(), m_sorted.end(), nameLess);
     }
-    m_stream = std::move(header.stream);
+    m_stream = std::move(header.compressed);
 }
 
 PackageArchiveData *PackageArchive::appendMember(std::unique_ptr<PackageArchiveData> member)
@@ -369,7 +378,7 @@ PackageArchiveData *PackageArchive::appendMember(std::unique_ptr<PackageArchiveD
     return data;
 }
 
-std::unique_ptr<PackageArchiveIOFileInterface> PackageArchive::createInputFile(quint32 kind, FILE *file)
+std::unique_ptr<PackageArchiveCompressedInputFile> PackageArchive::createInputFile(quint32 kind, FILE *file)
 {
     switch (kind) {
     case 0:
@@ -484,8 +493,7 @@ void PackageArchive::readBody(
 // them: they are kept instead, for when they are asked for.
 void PackageArchive::stashUpTo(quint32 offset)
 {
-    auto *stream = dynamic_cast<PackageArchiveCompressedInputFile *>(m_stream.get());
-    if (!stream || stream->position() >= offset || !m_stash->accepting())
+    if (!m_stream || m_stream->position() >= offset || !m_stash->accepting())
         return;
     if (m_byOffset.empty()) {
         for (const auto &member : m_members) {
@@ -495,18 +503,18 @@ void PackageArchive::stashUpTo(quint32 offset)
         std::stable_sort(m_byOffset.begin(), m_byOffset.end(),
             [](const PackageArchiveData *a, const PackageArchiveData *b) { return a->offset < b->offset; });
     }
-    auto next = std::lower_bound(m_byOffset.begin(), m_byOffset.end(), stream->position(),
+    auto next = std::lower_bound(m_byOffset.begin(), m_byOffset.end(), m_stream->position(),
         [](const PackageArchiveData *member, quint64 position) { return member->offset < position; });
     for (; next != m_byOffset.end() && quint64((*next)->offset) + (*next)->size <= offset
          && m_stash->accepting();
          ++next) {
         const PackageArchiveData *member = *next;
         // Members overlapping the one before are left to seeking.
-        if (member->offset < stream->position() || !m_stash->wants(member))
+        if (member->offset < m_stream->position() || !m_stash->wants(member))
             continue;
-        if (stream->seek(member->offset) != 0)
+        if (m_stream->seek(member->offset) != 0)
             return;
-        m_stash->put(member, *stream);
+        m_stash->put(member, *m_stream);
     }
 }
 
@@ -520,7 +528,11 @@ QByteArray PackageArchive::data(const QString &name)
 
 QByteArray PackageArchive::data(const PackageArchiveFile &member)
 {
-    const PackageArchiveData &record = *member.data();
+    return bytesOf(*member.data());
+}
+
+QByteArray PackageArchive::bytesOf(const PackageArchiveData &record)
+{
     switch (record.storage) {
     case PackageArchiveData::InArchive: {
         QByteArray bytes;

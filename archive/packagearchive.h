@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+class PackageArchiveCompressedInputFile;
 class PackageArchiveIOFileInterface;
 
 // The product's payload format: a table of members (name, size, mode, time)
@@ -92,7 +93,7 @@ public:
 
 protected:
     // The stream takes the file over in every case (it is closed on failure).
-    virtual std::unique_ptr<PackageArchiveIOFileInterface> createInputFile(quint32 kind, FILE *file);
+    virtual std::unique_ptr<PackageArchiveCompressedInputFile> createInputFile(quint32 kind, FILE *file);
     virtual std::unique_ptr<PackageArchiveIOFileInterface> createOutputFile(
         quint32 kind, FILE *file, quint32 level);
     // Hooks for a derived archive with a prefix of its own: called with the
@@ -126,12 +127,15 @@ private:
     // before, and stashing the members it passes on the way. Throws
     // "cannot read file ... from archive".
     void readBody(const PackageArchiveData &member, const std::function<bool(QByteArray)> &deliver);
+    // What data() returns for the member.
+    QByteArray bytesOf(const PackageArchiveData &record);
     void stashUpTo(quint32 offset);
 
     std::vector<std::unique_ptr<PackageArchiveData>> m_members;
     std::vector<PackageArchiveData *> m_sorted;
     bool m_indexed = false;
-    std::unique_ptr<PackageArchiveIOFileInterface> m_stream;
+    // The body, null for the uncompressed form (which is empty).
+    std::unique_ptr<PackageArchiveCompressedInputFile> m_stream;
     // The body's members by offset, made when first needed.
     std::vector<const PackageArchiveData *> m_byOffset;
     std::unique_ptr<PackageArchiveStash> m_stash = std::make_unique<PackageArchiveStash>();

@@ -83,9 +83,8 @@ PackageArchiveExtraction::~PackageArchiveExtraction()
     for (std::thread &thread : m_threads)
         thread.join();
     removeUntaken();
-    if (const auto *stream
-        = dynamic_cast<const PackageArchiveCompressedInputFile *>(m_archive.m_stream.get()))
-        qCDebug(lcArchive) << "body: decompressed" << stream->decompressed() << "bytes so far";
+    if (m_archive.m_stream)
+        qCDebug(lcArchive) << "body: decompressed" << m_archive.m_stream->decompressed() << "bytes so far";
 }
 
 void PackageArchiveExtraction::removeUntaken()
@@ -426,7 +425,7 @@ void PackageArchiveExtraction::readJob(Job &job, const std::function<bool(QByteA
     const PackageArchiveData &member = *job.member;
     try {
         if (member.storage != PackageArchiveData::InArchive) {
-            deliver(m_archive.data(PackageArchiveFile(const_cast<PackageArchiveData *>(&member))));
+            deliver(m_archive.bytesOf(member));
             return;
         }
         m_archive.readBody(member, deliver);
@@ -507,8 +506,8 @@ void PackageArchiveExtraction::writeJob(Job &job)
         release(job.blockBytes);
         return;
     }
-    const PackageArchiveFile member(const_cast<PackageArchiveData *>(job.member));
-    const mode_t mode = mode_t(member.mode() & 0777);
+    const PackageArchiveData &member = *job.member;
+    const mode_t mode = mode_t(member.mode & 0777);
     ReplacementFile file(job.folder->fd(), job.name, mode);
     if (!file.isOpen())
         job.writeError = QStringLiteral("cannot create output file ") + job.path;
@@ -539,7 +538,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
     if (!file.isOpen() || !complete || !job.writeError.isEmpty() || !job.readError.isEmpty())
         return;
 
-    const time_t time = member.time().isValid() ? time_t(member.time().toSecsSinceEpoch()) : 0;
+    const time_t time = member.time.isValid() ? time_t(member.time.toSecsSinceEpoch()) : 0;
     const struct timespec times[2] = { { time, 0 }, { time, 0 } };
     ::futimens(file.fd(), times);
     // The file was made with its mode; only bits the creation mask took need setting.

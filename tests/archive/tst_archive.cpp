@@ -58,7 +58,7 @@ public:
     int starts = 0;
 
 protected:
-    std::unique_ptr<PackageArchiveIOFileInterface> createInputFile(quint32 kind, FILE *file) override
+    std::unique_ptr<PackageArchiveCompressedInputFile> createInputFile(quint32 kind, FILE *file) override
     {
         if (kind == 1)
             return std::make_unique<Counting<PackageArchiveCompressedBzInputFile>>(file, &produced, &starts);
