@@ -1,6 +1,5 @@
-// The media library through its public behaviour: both kinds of medium,
-// listing, overwrite questions and reports, and what a failed or cancelled
-// copy leaves.
+// The media library through its public behaviour: both kinds of medium, their
+// questions and reports, and what a failed or cancelled copy leaves.
 #include "core/installusercancelexception.h"
 #include "media/filestoreinstallmedia.h"
 #include "media/installoverwritedecision.h"
