@@ -5,6 +5,7 @@
 // (the stream targets fuzz those). Other bodies are taken as they stand.
 
 #include "archive/packagearchive.h"
+#include "archive/packagearchiveformat.h"
 #include "core/hexception.h"
 #include "tests/fuzz/fuzzing.h"
 
@@ -18,24 +19,19 @@
 
 namespace {
 
-const quint32 Magic = 0x71F5C6B1;
-const quint32 LegacyMagic = 0xB231F47A;
-
 // The archive file for an input: a zlib body compressed at the fastest level.
 QByteArray archiveOf(const uint8_t *data, size_t size)
 {
+    using namespace PackageArchiveFormat;
     const quint32 magic = size >= 6 ? qFromLittleEndian<quint32>(data) : 0;
-    const bool zlib
-        = magic == LegacyMagic || (magic == Magic && qFromLittleEndian<quint16>(data + 4) >> 12 == 0);
-    const size_t headerSize = magic == Magic ? 8 : 12;
-    if (!zlib || size <= headerSize)
+    const size_t header = magic == Magic ? HeaderSize : LegacyHeaderSize;
+    if ((magic != LegacyMagic && (magic != Magic || qFromLittleEndian<quint16>(data + 4) >> 12))
+        || size <= header)
         return bytesOf(data, size);
-    const uLong bodySize = uLong(size - headerSize);
-    QByteArray coded(qsizetype(compressBound(bodySize)), Qt::Uninitialized);
+    QByteArray coded(qsizetype(compressBound(uLong(size - header))), Qt::Uninitialized);
     uLongf codedSize = uLongf(coded.size());
-    compress2(reinterpret_cast<Bytef *>(coded.data()), &codedSize, data + headerSize, bodySize, 1);
-    coded.resize(qsizetype(codedSize));
-    return bytesOf(data, headerSize) + coded;
+    compress2(reinterpret_cast<Bytef *>(coded.data()), &codedSize, data + header, uLong(size - header), 1);
+    return bytesOf(data, header) + coded.left(qsizetype(codedSize));
 }
 
 } // namespace
