@@ -67,6 +67,10 @@ QtMessageHandler toolkitHandler = nullptr;
 void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     if (type != QtFatalMsg) {
+        // The project's own diagnostics, once the logging rules let them
+        // through, belong in the run's log as well.
+        if (context.category && qstrncmp(context.category, "setup.", 6) == 0)
+            InstallLog::write(QLatin1String(context.category) + QLatin1String(": ") + message);
         toolkitHandler(type, context, message);
         return;
     }

@@ -909,6 +909,10 @@ class Truth(Case):
             write(manifest, content)
             os.chown(manifest, owner, 0)
             self.assertEqual(self.run_setup(verify[:-2] + args[-2:]), (1, "", message))
+        # The installer's own diagnostics, once asked for, reach the log too.
+        self.run_setup(["--silent", "--repair", "--destination", self.destination, "--log", log],
+                       env={"QT_LOGGING_RULES": "setup.*=true"})
+        self.assertIn("Z setup.installer: Read the installation record", read(log).decode())
 
     def test_destinations_are_absolute_and_removal_stops_there(self):
         nested = os.path.join(self.tmp, "p", "a", "b")
