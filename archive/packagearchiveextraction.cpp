@@ -251,8 +251,9 @@ void PackageArchiveExtraction::awaitWritten(
     m_readerWake.notify_one();
     m_watchedStep = step;
     m_watched = mark > 0 ? watched : nullptr;
-    const auto progressed = [watched, mark] {
-        return mark > 0 && watched->bytesWritten >= mark;
+    m_stepElsewhere = false;
+    const auto progressed = [this, watched, mark] {
+        return (mark > 0 && watched->bytesWritten >= mark) || m_stepElsewhere;
     };
     for (const Job *awaited : jobs) {
         m_awaited = awaited;
@@ -490,12 +491,16 @@ void PackageArchiveExtraction::writeLoop(Writer &writer)
 void PackageArchiveExtraction::reportWritten(Job &job, qint64 bytes)
 {
     const qint64 total = job.bytesWritten += bytes;
-    // Only a step of the file the caller watches wakes it.
-    if (m_watched.load() != &job)
+    const qint64 step = m_watchedStep;
+    // While the caller watches a file, a step of any file wakes it: of the
+    // watched one to report it, of a later one to take the files before it
+    // and watch it in turn, so that a long file is reported while it is
+    // written rather than found done after a wait for a run of files.
+    if (!m_watched.load() || step <= 0 || (total - bytes) / step == total / step)
         return;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_watchedStep > 0 && (total - bytes) / m_watchedStep != total / m_watchedStep)
-        m_doneWake.notify_one();
+    m_stepElsewhere = m_stepElsewhere || m_watched.load() != &job;
+    m_doneWake.notify_one();
 }
 
 void PackageArchiveExtraction::writeJob(Job &job)

@@ -184,7 +184,9 @@ private:
     std::atomic<const Job *> m_awaited { nullptr };
     // The file whose progress the caller waits for, every m_watchedStep bytes.
     std::atomic<const Job *> m_watched { nullptr };
-    qint64 m_watchedStep = 0;
+    std::atomic<qint64> m_watchedStep { 0 };
+    // Another file than the watched one passed a step during the wait.
+    bool m_stepElsewhere = false;
     // Which writer takes the files of the folder added last, and how much
     // it has been given since it started on that folder.
     const HeldFolder *m_writerFolder = nullptr;
