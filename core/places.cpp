@@ -1,7 +1,7 @@
 #include "core/places.h"
 
-#include <QCoreApplication>
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QStringList>
 
 #include <cstdlib>
