@@ -7,6 +7,8 @@
 #include "core/fileutils.h"
 #include "core/hexception.h"
 #include "core/replacementfile.h"
+#include "core/sha256.h"
+#include "core/writtendigests.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -519,10 +521,12 @@ void PackageArchiveExtraction::writeJob(Job &job)
 
     // Take every block even after a failure, so the reader is never held up.
     bool complete = true;
+    Sha256 hash;
     if (whole) {
         for (const QByteArray &block : job.blocks) {
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+            hash.addData(block.constData(), block.size());
             reportWritten(job, block.size());
         }
         job.blocks.clear();
@@ -537,6 +541,7 @@ void PackageArchiveExtraction::writeJob(Job &job)
             }
             if (job.writeError.isEmpty() && !FileUtils::writeAll(file.fd(), block.constData(), block.size()))
                 job.writeError = QStringLiteral("cannot write to output file ") + job.path;
+            hash.addData(block.constData(), block.size());
             reportWritten(job, block.size());
         }
     }
@@ -557,6 +562,8 @@ void PackageArchiveExtraction::writeJob(Job &job)
     case ReplacementFile::Committed:
         if (known && file.created())
             job.created = written.st_ino;
+        if (known)
+            WrittenDigests::note(written, hash.result());
         break;
     case ReplacementFile::ModeRefused:
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;

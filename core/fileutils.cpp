@@ -3,6 +3,8 @@
 #include "core/descriptor.h"
 #include "core/heldfolder.h"
 #include "core/replacementfile.h"
+#include "core/sha256.h"
+#include "core/writtendigests.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -91,6 +93,7 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
 
     QByteArray block(131072, Qt::Uninitialized);
     qint64 total = 0;
+    Sha256 hash;
     for (;;) {
         const ssize_t got = ::read(in.get(), block.data(), size_t(block.size()));
         if (got < 0) {
@@ -102,6 +105,7 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
             break;
         if (!writeAll(out.fd(), block.constData(), got))
             return false;
+        hash.addData(block.constData(), got);
         total += got;
         if (written)
             written(total);
@@ -114,7 +118,14 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
     // target, and a medium never hands out set-id rights.
     if (::fchmod(out.fd(), (sourceStatus.st_mode & 0777) & ~creationMask()) != 0)
         return false;
-    return out.commit() == ReplacementFile::Committed;
+    // Measured before the commit, which lets the descriptor go.
+    struct stat copied;
+    const bool known = ::fstat(out.fd(), &copied) == 0;
+    if (out.commit() != ReplacementFile::Committed)
+        return false;
+    if (known)
+        WrittenDigests::note(copied, hash.result());
+    return true;
 }
 
 bool writeFile(const QString &path, const QByteArray &content)

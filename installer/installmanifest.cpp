@@ -5,6 +5,7 @@
 #include "core/heldfolder.h"
 #include "core/macrotable.h"
 #include "core/sha256.h"
+#include "core/writtendigests.h"
 #include "installer/installsettingsrecord.h"
 #include "plan/installarchiveconfigurationitem.h"
 #include "plan/installconfigurationstate.h"
@@ -40,12 +41,20 @@ struct State
     QByteArray sha256;
 };
 
-State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buffer)
+// With trustWritten, a file this run wrote and has not changed since is
+// taken at the digest noted while writing it, without reading it back.
+State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buffer, bool trustWritten)
 {
     State state;
+    struct stat status;
+    if (trustWritten && ::fstatat(folder.fd(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0
+        && S_ISREG(status.st_mode)) {
+        state.sha256 = WrittenDigests::find(status);
+        if (!state.sha256.isEmpty())
+            return { true, true, status.st_size, mode_t(status.st_mode & 07777), state.sha256 };
+    }
     const Descriptor file(
         ::openat(folder.fd(), name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status;
     // A file this user may not read is still measured: only its content
     // stays unknown, and so differs.
     if (file.get() < 0 ? ::fstatat(folder.fd(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
@@ -78,7 +87,7 @@ State inspect(const HeldFolder &folder, const QByteArray &name, QByteArray &buff
 
 // Every name below destination, on one worker per core taking the next name
 // as it is free, so a long file holds up one core only.
-QVector<State> inspectAll(const QString &destination, const QStringList &names)
+QVector<State> inspectAll(const QString &destination, const QStringList &names, bool trustWritten)
 {
     QVector<State> states(names.size());
     // Each worker writes only its own elements, never the vector itself.
@@ -97,7 +106,7 @@ QVector<State> inspectAll(const QString &destination, const QStringList &names)
                 folder = root.isValid() ? root.below(folderOfName) : HeldFolder();
                 folderName = folderOfName;
             }
-            results[i] = inspect(folder, QFile::encodeName(name.mid(slash + 1)), buffer);
+            results[i] = inspect(folder, QFile::encodeName(name.mid(slash + 1)), buffer, trustWritten);
         }
     };
     const int workers = std::max(1, std::min<int>(QThread::idealThreadCount(), int(names.size())));
@@ -204,7 +213,7 @@ QStringList InstallManifest::installedFiles(const InstallConfigurationItem *root
 
 QList<InstallManifest::Entry> InstallManifest::measure(const QString &destination, const QStringList &names)
 {
-    const QVector<State> states = inspectAll(destination, names);
+    const QVector<State> states = inspectAll(destination, names, true);
     QList<Entry> entries;
     for (int i = 0; i < names.size(); ++i) {
         const State &state = states.at(i);
@@ -263,7 +272,8 @@ QList<InstallManifest::Finding> InstallManifest::check(
     names.reserve(entries.size());
     for (const Entry &entry : entries)
         names.append(entry.name);
-    const QVector<State> states = inspectAll(destination, names);
+    // What is on disk now, whatever this run wrote.
+    const QVector<State> states = inspectAll(destination, names, false);
     QList<Finding> findings;
     for (int i = 0; i < entries.size(); ++i) {
         const Entry &entry = entries.at(i);

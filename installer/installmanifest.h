@@ -25,7 +25,9 @@ class InstallConfigurationItem;
 // Files are read through the held destination folder without following a
 // link, on as many threads as there are cores: a hash costs more than the
 // read of a warm file, and the disk is read at its speed only when both
-// cores hash. Called on the user-interface thread.
+// cores hash. A manifest written after an installation takes the files this
+// run wrote, unchanged since, at the digest noted as they were written; a
+// check always reads. Called on the user-interface thread.
 class InstallManifest
 {
 public:

@@ -4,6 +4,7 @@
 // run restores, or ignores as a whole when it does not fit; and what root
 // must never trust or hand over: a lock another user could have squatted,
 // the folders a sudo run gives back to its user.
+#include "core/fileutils.h"
 #include "core/hexception.h"
 #include "core/installcommandline.h"
 #include "core/installexception.h"
@@ -164,6 +165,7 @@ private slots:
     void handBack();
     void manifest_data();
     void manifest();
+    void manifestOfWhatWasWritten();
 
 private:
     std::unique_ptr<BrantleInstallerApplication> application(
@@ -581,6 +583,30 @@ void tst_Installer::manifest()
     for (const InstallManifest::Entry &entry : std::as_const(entries))
         read.append(entry.name);
     QCOMPARE(read, names);
+}
+
+void tst_Installer::manifestOfWhatWasWritten()
+{
+    // Written by this run, a file is not read back: changed in place since at
+    // the same size and time, it keeps the digest of what was written, which
+    // a check, reading it, finds changed.
+    QFile source(path(QStringLiteral("a")));
+    QVERIFY(source.open(QIODevice::WriteOnly) && source.write("written") == 7);
+    source.close();
+    QVERIFY(FileUtils::copyFile(source.fileName(), path(QStringLiteral("dest/a")), true));
+    struct stat before;
+    QVERIFY(::stat(QFile::encodeName(path(QStringLiteral("dest/a"))).constData(), &before) == 0);
+    QFile copy(path(QStringLiteral("dest/a")));
+    QVERIFY(copy.open(QIODevice::ReadWrite) && copy.write("changed") == 7);
+    copy.close();
+    const struct timespec times[2] = { before.st_atim, before.st_mtim };
+    QVERIFY(::utimensat(AT_FDCWD, QFile::encodeName(copy.fileName()).constData(), times, 0) == 0);
+    QVERIFY(InstallManifest::write(path(QStringLiteral("manifest")), path(QStringLiteral("dest")), { "a" }));
+    QList<InstallManifest::Entry> entries;
+    QCOMPARE(InstallManifest::read(path(QStringLiteral("manifest")), entries), QString());
+    QCOMPARE(entries.value(0).sha256, QCryptographicHash::hash("written", QCryptographicHash::Sha256));
+    QCOMPARE(InstallManifest::check(path(QStringLiteral("dest")), entries).value(0).differences,
+        int(InstallManifest::Content));
 }
 
 QTEST_GUILESS_MAIN(tst_Installer)
