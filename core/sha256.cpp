@@ -16,12 +16,20 @@ const uint32_t roundConstants[64]
           0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
           0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2 };
 
-bool hasShaExtensions()
+// Asked once: under a hypervisor each cpuid traps out of the guest, which
+// cost more than hashing a small file.
+bool askShaExtensions()
 {
     unsigned a = 0, b = 0, c = 0, d = 0;
     if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_SSE4_1) || !(c & bit_SSSE3))
         return false;
     return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_SHA);
+}
+
+bool hasShaExtensions()
+{
+    static const bool has = askShaExtensions();
+    return has;
 }
 
 // The blocks through the SHA extensions. The state is held as the
