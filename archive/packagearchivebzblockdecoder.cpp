@@ -2,8 +2,6 @@
 
 #include "archive/packagearchivebitwriter.h"
 
-#include <bzlib.h>
-
 #include <array>
 #include <cstdlib>
 
@@ -154,8 +152,7 @@ public:
     explicit OneBlockDecoding(QByteArray input)
         : m_input(std::move(input))
     {
-        m_stream.bzalloc = allocateForLibbz2;
-        m_stream.bzfree = releaseForLibbz2;
+        PackageArchiveBzBlockDecoder::useKeptTables(m_stream);
         m_ready = BZ2_bzDecompressInit(&m_stream, 0, 0) == BZ_OK;
         m_stream.next_in = m_input.data();
         m_stream.avail_in = unsigned(m_input.size());
@@ -210,6 +207,12 @@ unsigned firstRoomOf(const QByteArray &input)
 }
 
 } // namespace
+
+void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
+{
+    stream.bzalloc = allocateForLibbz2;
+    stream.bzfree = releaseForLibbz2;
+}
 
 // A block the reader decodes itself, a piece at a time as it is read: one
 // too large for a worker, or one of the first blocks of the stream.

@@ -8,6 +8,39 @@
 #include <algorithm>
 #include <cstring>
 
+// What libbz2's stdio reader does, on a stream of its own: that reader
+// allocates a fresh block table for every stream.
+struct PackageArchiveCompressedBzInputFile::Sequential
+{
+    Sequential() { PackageArchiveBzBlockDecoder::useKeptTables(stream); }
+    ~Sequential()
+    {
+        if (ready)
+            BZ2_bzDecompressEnd(&stream);
+    }
+    Sequential(const Sequential &) = delete;
+    Sequential &operator=(const Sequential &) = delete;
+
+    bz_stream stream {};
+    bool ready = false;
+    bool ended = false;
+    char input[BZ_MAX_UNUSED];
+};
+
+namespace {
+
+// At the end of the file, as libbz2's reader tells it: a byte read ahead and put back.
+bool atEnd(FILE *file)
+{
+    const int c = std::fgetc(file);
+    if (c == EOF)
+        return true;
+    std::ungetc(c, file);
+    return false;
+}
+
+} // namespace
+
 PackageArchiveCompressedBzInputFile::PackageArchiveCompressedBzInputFile(FILE *file)
     : PackageArchiveCompressedInputFile(file)
 {
@@ -41,24 +74,17 @@ void PackageArchiveCompressedBzInputFile::init()
 
 void PackageArchiveCompressedBzInputFile::openSequential()
 {
-    int error = BZ_OK;
-    m_handle = BZ2_bzReadOpen(&error, file(), 0, 0, nullptr, 0);
-    if (!m_handle || error != BZ_OK) {
-        m_handle = nullptr;
+    auto sequential = std::make_unique<Sequential>();
+    if (std::ferror(file()) || BZ2_bzDecompressInit(&sequential->stream, 0, 0) != BZ_OK)
         throw HException(QStringLiteral("cannot initialise inflate"));
-    }
+    sequential->ready = true;
+    m_sequential = std::move(sequential);
 }
 
 void PackageArchiveCompressedBzInputFile::end()
 {
     m_decoder.reset();
-    if (!m_handle)
-        return;
-    int error = BZ_OK;
-    BZ2_bzReadClose(&error, m_handle);
-    m_handle = nullptr;
-    if (error != BZ_OK)
-        throw HException(QStringLiteral("error decompressing stream"));
+    m_sequential.reset();
 }
 
 void PackageArchiveCompressedBzInputFile::fallBack(quint64 position)
@@ -127,10 +153,31 @@ void PackageArchiveCompressedBzInputFile::readChunk(char *buffer, qint32 size)
 
 void PackageArchiveCompressedBzInputFile::readSequential(char *buffer, qint32 size)
 {
-    int error = BZ_OK;
-    const int got = BZ2_bzRead(&error, m_handle, buffer, size);
-    if (got != size || (error != BZ_OK && error != BZ_STREAM_END))
-        throw HException(QStringLiteral("error reading from compressed stream"));
+    const HException failure(QStringLiteral("error reading from compressed stream"));
+    bz_stream &stream = m_sequential->stream;
+    if (m_sequential->ended)
+        throw failure;
+    stream.next_out = buffer;
+    stream.avail_out = unsigned(size);
+    while (stream.avail_out > 0) {
+        if (std::ferror(file()))
+            throw failure;
+        if (stream.avail_in == 0 && !atEnd(file())) {
+            stream.avail_in
+                = unsigned(std::fread(m_sequential->input, 1, sizeof m_sequential->input, file()));
+            stream.next_in = m_sequential->input;
+            if (std::ferror(file()))
+                throw failure;
+        }
+        const int result = BZ2_bzDecompress(&stream);
+        if (result == BZ_STREAM_END) {
+            m_sequential->ended = true;
+            if (stream.avail_out > 0)
+                throw failure;
+        } else if (result != BZ_OK || (stream.avail_in == 0 && stream.avail_out > 0 && atEnd(file()))) {
+            throw failure;
+        }
+    }
     m_produced += quint64(size);
 }
 

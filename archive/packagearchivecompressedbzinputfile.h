@@ -10,8 +10,9 @@
 
 // Decompresses a bzip2 stream (compression kind 1) from a stdio file. The
 // stream's blocks are decoded in parallel; the first block that is anything
-// but plain sends the stream back to libbz2's stdio interface, which takes up
-// at the same position and reports faults in its own words. The places of the
+// but plain sends the stream back to a sequential reader, libbz2's stdio
+// reader's steps on a kept table, which takes up at the same position and
+// fails where that reader would. The places of the
 // blocks passed are kept, so a seek resumes at the block that holds its target;
 // a seek into the block last decoded, the stream's last block included, takes
 // its bytes again without decoding them.
@@ -40,10 +41,11 @@ private:
     bool nextBlock();
     // Uncompressed position of m_block's first byte.
     quint64 blockPosition() const { return m_produced - quint64(m_blockUsed); }
+    struct Sequential;
     void openSequential();
     void readSequential(char *buffer, qint32 size);
 
-    void *m_handle = nullptr;
+    std::unique_ptr<Sequential> m_sequential;
     std::unique_ptr<PackageArchiveBzBlockDecoder> m_decoder;
     // False once the stream has shown something unusual.
     bool m_parallel = true;
