@@ -192,20 +192,6 @@ private:
     bool m_ready = false;
 };
 
-// Most blocks decode to no more than their level's hundred thousands of
-// bytes (only runs of four or more grow back beyond), and to less than
-// eight times their compressed size: room for a block's output starts at the
-// smaller, and grows by the larger.
-unsigned blockSizeOf(const QByteArray &input)
-{
-    return unsigned(input.at(3) - '0') * 100000u;
-}
-
-unsigned firstRoomOf(const QByteArray &input)
-{
-    return qMin(blockSizeOf(input), 8 * unsigned(input.size()) + 4096);
-}
-
 } // namespace
 
 void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
@@ -214,19 +200,14 @@ void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
     stream.bzfree = releaseForLibbz2;
 }
 
-// A block the reader decodes itself, a piece at a time as it is read: one
-// too large for a worker, or one of the first blocks of the stream.
+// A block too large for a worker, decoded by the reader as it goes.
 struct PackageArchiveBzBlockDecoder::LargeBlock
 {
-    LargeBlock(QByteArray input, unsigned firstPiece, unsigned laterPieces)
+    explicit LargeBlock(QByteArray input)
         : decoding(std::move(input))
-        , piece(firstPiece)
-        , laterPieces(laterPieces)
     { }
     OneBlockDecoding decoding;
     Place place;
-    unsigned piece;
-    unsigned laterPieces;
 };
 
 struct PackageArchiveBzBlockDecoder::Task
@@ -239,8 +220,6 @@ struct PackageArchiveBzBlockDecoder::Task
     bool failed = false;
     // Decodes to more than PieceSize: the input is kept for the reader.
     bool large = false;
-    // One of the first blocks, left whole for the reader to decode.
-    bool here = false;
 };
 
 PackageArchiveBzBlockDecoder::PackageArchiveBzBlockDecoder(
@@ -285,14 +264,13 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
             m_scanned = true;
             m_work.addDone(std::move(task));
         } else if (!m_work.started() && m_decodedHere < DecodedBeforeThreads) {
-            // The first blocks are decoded right here, only as far as they
-            // are read: a short stream (an archive's table, a small medium)
-            // needs no threads, nor does one that is damaged near its start,
-            // and a short read of a block of long runs decodes little of it.
-            task->large = true;
-            task->here = true;
+            // The first blocks are decoded right here: a short stream (an
+            // archive's table, a small medium) needs no threads, nor does one
+            // that is damaged near its start.
+            decode(*task);
+            m_scanned = task->failed;
+            m_decodedHere += task->large ? DecodedBeforeThreads : quint64(task->output.size());
             m_work.addDone(std::move(task));
-            break;
         } else {
             m_work.add(std::move(task));
         }
@@ -309,9 +287,7 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
     place.combinedCrc = task->combinedCrc;
     place.level = m_place.level;
     if (task->large) {
-        const unsigned first = task->here ? firstRoomOf(task->input) : PieceSize;
-        const unsigned later = task->here ? blockSizeOf(task->input) : PieceSize;
-        m_large = std::make_unique<LargeBlock>(std::move(task->input), first, later);
+        m_large = std::make_unique<LargeBlock>(std::move(task->input));
         m_large->place = place;
         return nextPiece(bytes, place);
     }
@@ -325,8 +301,7 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
 PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QByteArray &bytes, Place &place)
 {
     bytes.clear();
-    const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, m_large->piece);
-    m_large->piece = m_large->laterPieces;
+    const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, PieceSize);
     place = m_large->place;
     if (step == OneBlockDecoding::Failed || (step == OneBlockDecoding::More && bytes.isEmpty())) {
         m_large.reset();
@@ -334,7 +309,6 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QBy
         return Unusual;
     }
     m_place.position += quint64(bytes.size());
-    m_decodedHere += quint64(bytes.size());
     if (step == OneBlockDecoding::Finished) {
         m_large.reset();
         // A block that ended exactly where the worker stopped.
@@ -410,8 +384,11 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
 
 void PackageArchiveBzBlockDecoder::decode(Task &task)
 {
-    const unsigned blockSize = blockSizeOf(task.input);
-    unsigned room = firstRoomOf(task.input);
+    // Most blocks decode to no more than their level's hundred thousands of
+    // bytes (only runs of four or more grow back beyond), and to less than
+    // eight times their compressed size: room starts at the smaller.
+    const unsigned blockSize = unsigned(task.input.at(3) - '0') * 100000u;
+    unsigned room = qMin(blockSize, 8 * unsigned(task.input.size()) + 4096);
     OneBlockDecoding decoding(std::move(task.input));
     OneBlockDecoding::Step step = OneBlockDecoding::More;
     while (step == OneBlockDecoding::More && unsigned(task.output.size()) < PieceSize) {
