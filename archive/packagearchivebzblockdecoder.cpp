@@ -200,7 +200,8 @@ void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
     stream.bzfree = releaseForLibbz2;
 }
 
-// A block too large for a worker, decoded by the reader as it goes.
+// A block too large to hand over whole: checked by a worker, then decoded
+// again by the reader as it goes.
 struct PackageArchiveBzBlockDecoder::LargeBlock
 {
     explicit LargeBlock(QByteArray input)
@@ -396,8 +397,16 @@ void PackageArchiveBzBlockDecoder::decode(Task &task)
             room = qMax(blockSize, unsigned(task.output.size()));
         step = decoding.decode(task.output, qMin(room, PieceSize - unsigned(task.output.size())));
     }
-    task.failed = step == OneBlockDecoding::Failed;
     task.large = step == OneBlockDecoding::More;
+    // A large block's bytes go out a piece at a time, ahead of its end where
+    // libbz2 checks the CRC; so the rest is decoded here first, unkept. A
+    // block cut short at a mark that its data happened to hold decodes to
+    // other bytes than libbz2's reader gives, and none of them may go out.
+    while (step == OneBlockDecoding::More && !task.output.isEmpty()) {
+        task.output.resize(0);
+        step = decoding.decode(task.output, PieceSize);
+    }
+    task.failed = step != OneBlockDecoding::Finished;
     if (task.large) {
         task.output = QByteArray();
         task.input = decoding.takeInput();
