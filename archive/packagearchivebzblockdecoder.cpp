@@ -1,7 +1,5 @@
 #include "archive/packagearchivebzblockdecoder.h"
 
-#include "archive/packagearchivebitwriter.h"
-
 #include <array>
 #include <cstdlib>
 
@@ -78,14 +76,18 @@ bool findMark(const uchar *data, size_t length, quint64 from, bool atEnd, quint6
     return false;
 }
 
-// The block's bits [from, to) of data as a stream of its own: header, the
-// block, the end mark and the one block's CRC as the stream's.
-QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint64 to, char level, quint32 crc)
+// The block at bit from of data as a stream of its own: a header, then the
+// stream's own bits on through the 48 of the mark found at bit mark, to the
+// end of a byte. Every bit libbz2 reads is the stream's, so what it gives is
+// what it gives reading the stream, also where the mark is one that the
+// block's data happens to hold; past a whole block, whose CRC it checks
+// before it reads on, it runs out of input inside the mark's CRC.
+QByteArray oneBlockStream(const uchar *data, quint64 from, quint64 mark, char level)
 {
-    const quint64 bits = to - from;
+    const quint64 bits = (mark + 48 - from + 7) / 8 * 8;
     const size_t whole = size_t(bits / 8);
     QByteArray out;
-    out.reserve(int(4 + whole + 16));
+    out.reserve(int(4 + whole));
     out.append("BZh", 3);
     out.append(level);
     const uchar *source = data + from / 8;
@@ -98,15 +100,6 @@ QByteArray oneBlockStream(const uchar *data, size_t length, quint64 from, quint6
         for (size_t i = 0; i < whole; ++i)
             target[i] = uchar(source[i] << shift | source[i + 1] >> (8 - shift));
     }
-    PackageArchiveBitWriter tail;
-    const int rest = int(bits % 8);
-    if (rest > 0)
-        tail.write(quint32(bitsAt(data, length, from + whole * 8, rest)), rest);
-    tail.write(quint32(EndMagic >> 32), 16);
-    tail.write(quint32(EndMagic), 32);
-    tail.write(crc, 32);
-    tail.padToByte();
-    out.append(tail.takeBytes());
     return out;
 }
 
@@ -179,10 +172,13 @@ public:
         m_stream.avail_out = size;
         const int result = BZ2_bzDecompress(&m_stream);
         output.resize(output.size() - int(m_stream.avail_out));
-        if (result == BZ_STREAM_END)
-            return m_stream.avail_in == 0 ? Finished : Failed;
-        // libbz2 stops early only when the input runs out.
-        return result == BZ_OK && m_stream.avail_out == 0 ? More : Failed;
+        if (result != BZ_OK)
+            return Failed;
+        if (m_stream.avail_out == 0)
+            return More;
+        // libbz2 stops early only when the input runs out: past the block,
+        // once it has given bytes (every block has some), or inside it.
+        return m_stream.total_out_lo32 > 0 || m_stream.total_out_hi32 > 0 ? Finished : Failed;
     }
     QByteArray takeInput() { return std::move(m_input); }
 
@@ -192,6 +188,20 @@ private:
     bool m_ready = false;
 };
 
+// Most blocks decode to no more than their level's hundred thousands of
+// bytes (only runs of four or more grow back beyond), and to less than
+// eight times their compressed size: room for a block's output starts at the
+// smaller, and grows by the larger.
+unsigned blockSizeOf(const QByteArray &input)
+{
+    return unsigned(input.at(3) - '0') * 100000u;
+}
+
+unsigned firstRoomOf(const QByteArray &input)
+{
+    return qMin(blockSizeOf(input), 8 * unsigned(input.size()) + 4096);
+}
+
 } // namespace
 
 void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
@@ -200,15 +210,19 @@ void PackageArchiveBzBlockDecoder::useKeptTables(bz_stream &stream)
     stream.bzfree = releaseForLibbz2;
 }
 
-// A block too large to hand over whole: checked by a worker, then decoded
-// again by the reader as it goes.
+// A block the reader decodes itself, a piece at a time as it is read: one
+// too large for a worker, or one of the first blocks of the stream.
 struct PackageArchiveBzBlockDecoder::LargeBlock
 {
-    explicit LargeBlock(QByteArray input)
+    LargeBlock(QByteArray input, unsigned firstPiece, unsigned laterPieces)
         : decoding(std::move(input))
+        , piece(firstPiece)
+        , laterPieces(laterPieces)
     { }
     OneBlockDecoding decoding;
     Place place;
+    unsigned piece;
+    unsigned laterPieces;
 };
 
 struct PackageArchiveBzBlockDecoder::Task
@@ -221,6 +235,8 @@ struct PackageArchiveBzBlockDecoder::Task
     bool failed = false;
     // Decodes to more than PieceSize: the input is kept for the reader.
     bool large = false;
+    // One of the first blocks, left whole for the reader to decode.
+    bool here = false;
 };
 
 PackageArchiveBzBlockDecoder::PackageArchiveBzBlockDecoder(
@@ -265,13 +281,14 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
             m_scanned = true;
             m_work.addDone(std::move(task));
         } else if (!m_work.started() && m_decodedHere < DecodedBeforeThreads) {
-            // The first blocks are decoded right here: a short stream (an
-            // archive's table, a small medium) needs no threads, nor does one
-            // that is damaged near its start.
-            decode(*task);
-            m_scanned = task->failed;
-            m_decodedHere += task->large ? DecodedBeforeThreads : quint64(task->output.size());
+            // The first blocks are decoded right here, only as far as they
+            // are read: a short stream (an archive's table, a small medium)
+            // needs no threads, nor does one that is damaged near its start,
+            // and a short read of a block of long runs decodes little of it.
+            task->large = true;
+            task->here = true;
             m_work.addDone(std::move(task));
+            break;
         } else {
             m_work.add(std::move(task));
         }
@@ -288,7 +305,9 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
     place.combinedCrc = task->combinedCrc;
     place.level = m_place.level;
     if (task->large) {
-        m_large = std::make_unique<LargeBlock>(std::move(task->input));
+        const unsigned first = task->here ? firstRoomOf(task->input) : PieceSize;
+        const unsigned later = task->here ? blockSizeOf(task->input) : PieceSize;
+        m_large = std::make_unique<LargeBlock>(std::move(task->input), first, later);
         m_large->place = place;
         return nextPiece(bytes, place);
     }
@@ -302,7 +321,8 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::next(QByteArr
 PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QByteArray &bytes, Place &place)
 {
     bytes.clear();
-    const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, PieceSize);
+    const OneBlockDecoding::Step step = m_large->decoding.decode(bytes, m_large->piece);
+    m_large->piece = m_large->laterPieces;
     place = m_large->place;
     if (step == OneBlockDecoding::Failed || (step == OneBlockDecoding::More && bytes.isEmpty())) {
         m_large.reset();
@@ -310,6 +330,7 @@ PackageArchiveBzBlockDecoder::Result PackageArchiveBzBlockDecoder::nextPiece(QBy
         return Unusual;
     }
     m_place.position += quint64(bytes.size());
+    m_decodedHere += quint64(bytes.size());
     if (step == OneBlockDecoding::Finished) {
         m_large.reset();
         // A block that ended exactly where the worker stopped.
@@ -371,7 +392,8 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
     task->kind = Block;
     task->bit = m_blockStart;
     task->combinedCrc = m_combined;
-    task->input = oneBlockStream(m_buffer.data(), m_length, localStart, next, m_place.level, crc);
+    // The mark's 80 bits are in the buffer: the block's stream ends within them.
+    task->input = oneBlockStream(m_buffer.data(), localStart, next, m_place.level);
     m_combined = (m_combined << 1 | m_combined >> 31) ^ crc;
     m_blockStart = m_base * 8 + next;
 
@@ -385,11 +407,8 @@ std::shared_ptr<PackageArchiveBzBlockDecoder::Task> PackageArchiveBzBlockDecoder
 
 void PackageArchiveBzBlockDecoder::decode(Task &task)
 {
-    // Most blocks decode to no more than their level's hundred thousands of
-    // bytes (only runs of four or more grow back beyond), and to less than
-    // eight times their compressed size: room starts at the smaller.
-    const unsigned blockSize = unsigned(task.input.at(3) - '0') * 100000u;
-    unsigned room = qMin(blockSize, 8 * unsigned(task.input.size()) + 4096);
+    const unsigned blockSize = blockSizeOf(task.input);
+    unsigned room = firstRoomOf(task.input);
     OneBlockDecoding decoding(std::move(task.input));
     OneBlockDecoding::Step step = OneBlockDecoding::More;
     while (step == OneBlockDecoding::More && unsigned(task.output.size()) < PieceSize) {
@@ -397,16 +416,8 @@ void PackageArchiveBzBlockDecoder::decode(Task &task)
             room = qMax(blockSize, unsigned(task.output.size()));
         step = decoding.decode(task.output, qMin(room, PieceSize - unsigned(task.output.size())));
     }
+    task.failed = step == OneBlockDecoding::Failed;
     task.large = step == OneBlockDecoding::More;
-    // A large block's bytes go out a piece at a time, ahead of its end where
-    // libbz2 checks the CRC; so the rest is decoded here first, unkept. A
-    // block cut short at a mark that its data happened to hold decodes to
-    // other bytes than libbz2's reader gives, and none of them may go out.
-    while (step == OneBlockDecoding::More && !task.output.isEmpty()) {
-        task.output.resize(0);
-        step = decoding.decode(task.output, PieceSize);
-    }
-    task.failed = step != OneBlockDecoding::Finished;
     if (task.large) {
         task.output = QByteArray();
         task.input = decoding.takeInput();

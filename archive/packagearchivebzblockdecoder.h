@@ -12,9 +12,11 @@
 
 // Decodes a bzip2 stream's blocks in parallel. A block starts with a 48-bit
 // magic number at any bit position; the scanner finds each one (as bzip2's
-// recovery tool does), copies the block's bits into a stream of its own with
-// a header and an end-of-stream trailer, and worker threads decode those with
-// libbz2, which checks each block's CRC. The blocks' CRCs are combined and
+// recovery tool does), copies the block's bits, and the next mark's, into a
+// stream of its own behind a header, and worker threads decode those with
+// libbz2, which checks each block's CRC. Since libbz2 reads nothing but the
+// stream's own bits, the bytes it gives are those of reading the stream
+// itself, and may go out before the block's end. The blocks' CRCs are combined and
 // compared with the stream's at its end. Anything unusual (a header that is
 // not bzip2's, a block that does not decode, a CRC that does not match)
 // stops the decoder with Unusual, and the caller falls back to the plain

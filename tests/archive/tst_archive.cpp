@@ -4,6 +4,7 @@
 // extraction on worker threads, and the compressed streams against libbz2's
 // and zlib's own readers and the bzip2 command.
 #include "archive/packagearchive.h"
+#include "archive/packagearchivebzblockdecoder.h"
 #include "archive/packagearchivecompressedbzinputfile.h"
 #include "archive/packagearchivecompressedbzoutputfile.h"
 #include "archive/packagearchivecompressedgzinputfile.h"
@@ -510,6 +511,15 @@ void tst_Archive::bzip2AgainstReferences()
             QCOMPARE(starts, 0);
         }
         QCOMPARE(readStream(stream, 1, &all).second, QStringLiteral("error reading from compressed stream"));
+        // The first piece is at most a block's worth of bytes: a short read of
+        // a block of long runs decodes a little of it, not its megabytes.
+        const std::unique_ptr<FILE, int (*)(FILE *)> handle(
+            std::fopen(QFile::encodeName(file).constData(), "rb"), std::fclose);
+        PackageArchiveBzBlockDecoder decoder(handle.get(), 0, {}, 2);
+        PackageArchiveBzBlockDecoder::Place place;
+        QByteArray piece;
+        QVERIFY(decoder.next(piece, place) != PackageArchiveBzBlockDecoder::Unusual);
+        QVERIFY2(piece.size() <= qsizetype(level) * 100000, qPrintable(QString::number(piece.size())));
     }
 }
 
