@@ -55,6 +55,9 @@ private:
     // Sort keys with the rotation: the next bytes, or the group further on.
     std::vector<std::pair<quint64, qint32>> m_prefixes;
     std::vector<quint64> m_keys;
+    // Room for the radix sorts of those to move entries through.
+    std::vector<std::pair<quint64, qint32>> m_prefixScratch;
+    std::vector<quint64> m_keyScratch;
     // Unsorted groups as (first index, size).
     std::vector<std::pair<qint32, qint32>> m_unsorted;
     std::vector<std::pair<qint32, qint32>> m_stillUnsorted;
