@@ -49,11 +49,7 @@ PackageArchiveCompressedBzInputFile::PackageArchiveCompressedBzInputFile(FILE *f
 
 PackageArchiveCompressedBzInputFile::~PackageArchiveCompressedBzInputFile()
 {
-    try {
-        end();
-    } catch (const HException &error) {
-        qCWarning(lcArchive) << error.message();
-    }
+    end();
 }
 
 void PackageArchiveCompressedBzInputFile::init()
@@ -153,29 +149,31 @@ void PackageArchiveCompressedBzInputFile::readChunk(char *buffer, qint32 size)
 
 void PackageArchiveCompressedBzInputFile::readSequential(char *buffer, qint32 size)
 {
-    const HException failure(QStringLiteral("error reading from compressed stream"));
+    const auto failure = [] {
+        return HException(QStringLiteral("error reading from compressed stream"));
+    };
     bz_stream &stream = m_sequential->stream;
     if (m_sequential->ended)
-        throw failure;
+        throw failure();
     stream.next_out = buffer;
     stream.avail_out = unsigned(size);
     while (stream.avail_out > 0) {
         if (std::ferror(file()))
-            throw failure;
+            throw failure();
         if (stream.avail_in == 0 && !atEnd(file())) {
             stream.avail_in
                 = unsigned(std::fread(m_sequential->input, 1, sizeof m_sequential->input, file()));
             stream.next_in = m_sequential->input;
             if (std::ferror(file()))
-                throw failure;
+                throw failure();
         }
         const int result = BZ2_bzDecompress(&stream);
         if (result == BZ_STREAM_END) {
             m_sequential->ended = true;
             if (stream.avail_out > 0)
-                throw failure;
+                throw failure();
         } else if (result != BZ_OK || (stream.avail_in == 0 && stream.avail_out > 0 && atEnd(file()))) {
-            throw failure;
+            throw failure();
         }
     }
     m_produced += quint64(size);
