@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
@@ -215,6 +216,7 @@ QList<InstallManifest::Entry> InstallManifest::measure(const QString &destinatio
 {
     const QVector<State> states = inspectAll(destination, names, true);
     QList<Entry> entries;
+    entries.reserve(names.size());
     for (int i = 0; i < names.size(); ++i) {
         const State &state = states.at(i);
         if (state.regular && !state.sha256.isEmpty())
@@ -225,13 +227,24 @@ QList<InstallManifest::Entry> InstallManifest::measure(const QString &destinatio
 
 bool InstallManifest::write(const QString &path, const QString &destination, const QStringList &names)
 {
+    const QList<Entry> entries = measure(destination, names);
     QByteArray text;
-    for (const Entry &entry : measure(destination, names)) {
+    // About a hundred bytes a file; appended in place, since a manifest
+    // lists tens of thousands.
+    text.reserve(entries.size() * 112);
+    for (const Entry &entry : entries) {
         const QByteArray name = QFile::encodeName(entry.name);
-        const QByteArray written = escaped(name);
-        text += "# " + QByteArray::number(uint(entry.mode) | 010000, 8).mid(1) + ' '
-            + QByteArray::number(entry.size) + '\n' + (written == name ? "" : "\\") + entry.sha256.toHex()
-            + "  " + written + '\n';
+        const bool plain = !name.contains('\\') && !name.contains('\n');
+        char head[32];
+        const int length = std::snprintf(head, sizeof head, "# %04o %lld\n", unsigned(entry.mode & 07777),
+            static_cast<long long>(entry.size));
+        text.append(head, length);
+        if (!plain)
+            text.append('\\');
+        text.append(entry.sha256.toHex());
+        text.append("  ");
+        text.append(plain ? name : escaped(name));
+        text.append('\n');
     }
     return FileUtils::writeFile(path, text);
 }

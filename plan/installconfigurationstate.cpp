@@ -9,6 +9,7 @@
 #include <QSet>
 #include <QXmlStreamWriter>
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -23,6 +24,12 @@ const QString fileTag = QStringLiteral("file");
 QString encodeText(const QString &text)
 {
     static const char hex[] = "0123456789ABCDEF";
+    // Most names need nothing encoded: those are kept as they are, without a copy.
+    const auto plain = [](QChar c) {
+        return c.unicode() >= 0x20 && c.unicode() < 0x7f && c != QLatin1Char('%');
+    };
+    if (std::all_of(text.begin(), text.end(), plain))
+        return text;
     QString encoded;
     for (const char c : text.toUtf8()) {
         const auto byte = uchar(c);
