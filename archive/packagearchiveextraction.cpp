@@ -6,6 +6,7 @@
 #include "archive/packagearchiveiofileinterface.h"
 #include "core/fileutils.h"
 #include "core/hexception.h"
+#include "core/inprogressfiles.h"
 #include "core/replacementfile.h"
 #include "core/sha256.h"
 #include "core/writtendigests.h"
@@ -60,6 +61,8 @@ struct PackageArchiveExtraction::Job
     std::atomic<qint64> bytesWritten { 0 };
     // The file now under the name where nothing stood before, set once it is in place.
     ino_t created = 0;
+    // Its number on the list of files in progress, when it may be made under its name.
+    quint64 listed = 0;
     QString writeError;
 };
 
@@ -148,7 +151,7 @@ PackageArchiveExtraction::Target PackageArchiveExtraction::at(
     auto folder = std::make_shared<HeldFolder>(HeldFolder::open(info.absolutePath(), HeldFolder::Create));
     if (!folder->isValid())
         throw HException(QStringLiteral("cannot create output file ") + path);
-    return { member, folder, info.fileName(), path, overwrite, {} };
+    return { member, folder, info.fileName(), path, overwrite, false, {} };
 }
 
 PackageArchiveExtraction::Target PackageArchiveExtraction::below(
@@ -174,7 +177,7 @@ PackageArchiveExtraction::Target PackageArchiveExtraction::below(
         m_lastFolder = std::make_shared<HeldFolder>(std::move(folder));
         m_lastFolderName = folderName;
     }
-    return { member, m_lastFolder, relativeName.mid(slash + 1), path, overwrite, {} };
+    return { member, m_lastFolder, relativeName.mid(slash + 1), path, overwrite, false, {} };
 }
 
 void PackageArchiveExtraction::add(const Target &target, int index)
@@ -197,6 +200,8 @@ void PackageArchiveExtraction::add(const Target &target, int index)
         m_writerBytes = 0;
     }
     m_writerBytes += target.member.size();
+    if (target.free && m_inProgress)
+        job->listed = m_inProgress->add(std::get<0>(job->key), std::get<1>(job->key), job->name);
     job->writer = &m_writers[size_t(m_writerIndex)];
     m_targets[job->key] = job;
     m_reports.push_back(job);
@@ -515,7 +520,11 @@ void PackageArchiveExtraction::writeJob(Job &job)
     }
     const PackageArchiveData &member = *job.member;
     const mode_t mode = mode_t(member.mode & 0777);
-    ReplacementFile file(job.folder->fd(), job.name, mode);
+    // Under its name only once the list says so on disk, so that a kill
+    // never leaves it there unlisted.
+    const bool atName = job.listed != 0 && m_inProgress->written(job.listed);
+    ReplacementFile file(job.folder->fd(), job.name, mode,
+        atName ? ReplacementFile::AtNameWhereFree : ReplacementFile::Unnamed);
     if (!file.isOpen())
         job.writeError = QStringLiteral("cannot create output file ") + job.path;
 
@@ -556,14 +565,13 @@ void PackageArchiveExtraction::writeJob(Job &job)
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;
         return;
     }
-    struct stat written;
-    const bool known = ::fstat(file.fd(), &written) == 0;
+    const struct stat *written = file.status();
     switch (file.commit()) {
     case ReplacementFile::Committed:
-        if (known && file.created())
-            job.created = written.st_ino;
-        if (known)
-            WrittenDigests::note(written, hash.result());
+        if (written && file.created())
+            job.created = written->st_ino;
+        if (written)
+            WrittenDigests::note(*written, hash.result());
         break;
     case ReplacementFile::ModeRefused:
         job.writeError = QStringLiteral("cannot set mode of output file ") + job.path;

@@ -19,6 +19,7 @@
 #include <tuple>
 #include <vector>
 
+class InProgressFiles;
 class PackageArchive;
 
 // Writes a batch of members to disk with decompression and writing on worker
@@ -59,6 +60,9 @@ public:
         QString path;
         // Without it, a file already there is refused with "cannot overwrite file ".
         bool overwrite = true;
+        // Nothing stood at the name when the folder was listed: with a list
+        // of files in progress the file may be made under its name.
+        bool free = false;
         // When set, asked once every member before is in place and this one
         // is announced: false leaves the member out.
         std::function<bool()> admit;
@@ -85,6 +89,10 @@ public:
     // Two writers keep a decompressing core and the file system busy on the
     // machines this runs on; more only add contention.
     static int defaultWriters() { return 2; }
+
+    // Files whose name was free are made under it, listed in list (not
+    // owned) until complete; without a list every file is written unnamed.
+    void setInProgress(InProgressFiles *list) { m_inProgress = list; }
 
     // While the caller waits for a member, Writing reports its bytes every
     // milliseconds and every step bytes; without it, it waits silently.
@@ -193,6 +201,7 @@ private:
     int m_writerIndex = 0;
     qint64 m_writerBytes = 0;
     mode_t m_creationMask = 0;
+    InProgressFiles *m_inProgress = nullptr;
     // Where the reader's last member ended in the body.
     quint32 m_readPosition = 0;
     std::vector<std::thread> m_threads;

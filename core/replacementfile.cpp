@@ -8,13 +8,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name, mode_t mode)
+ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name, mode_t mode, Placement placement)
     : m_folder(folderFd)
     , m_target(name)
 {
     // A folder standing at the name is not looked for here, which would cost
     // every file a lookup: the rename that would replace it fails instead.
     mode &= 0777;
+    if (placement == AtNameWhereFree) {
+        // Whatever stands at the name, even a link, makes this fail: then
+        // the file is written unnamed like any other.
+        m_fd.reset(
+            ::openat(m_folder, name.constData(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, mode));
+        m_atName = m_fd.get() >= 0;
+        if (m_atName)
+            return;
+    }
     m_fd.reset(::openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (m_fd.get() >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL))
         return;
@@ -36,8 +45,28 @@ ReplacementFile::ReplacementFile(int folderFd, const QByteArray &name, mode_t mo
 
 ReplacementFile::~ReplacementFile()
 {
+    if (m_atName)
+        removeAtName();
     if (!m_named.isEmpty())
         ::unlinkat(m_folder, m_named.constData(), 0);
+}
+
+const struct stat *ReplacementFile::status()
+{
+    if (!m_statusKnown && isOpen())
+        m_statusKnown = ::fstat(m_fd.get(), &m_status) == 0;
+    return m_statusKnown ? &m_status : nullptr;
+}
+
+void ReplacementFile::removeAtName()
+{
+    // Only the file this made: one put at the name meanwhile stays.
+    const struct stat *own = status();
+    struct stat there;
+    if (own && ::fstatat(m_folder, m_target.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0
+        && own->st_dev == there.st_dev && own->st_ino == there.st_ino)
+        ::unlinkat(m_folder, m_target.constData(), 0);
+    m_atName = false;
 }
 
 bool ReplacementFile::linkUnder(const QByteArray &name)
@@ -56,6 +85,17 @@ ReplacementFile::Outcome ReplacementFile::commit()
 {
     if (!isOpen())
         return Failed;
+    if (m_atName) {
+        // A close that fails may have lost bytes: the file is not kept.
+        status();
+        if (!m_fd.close()) {
+            removeAtName();
+            return Failed;
+        }
+        m_atName = false;
+        m_created = true;
+        return Committed;
+    }
     if (m_named.isEmpty()) {
         // Where nothing stands the unnamed file takes the name at once; else
         // it gets a temporary name first, since only a rename replaces.

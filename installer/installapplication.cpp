@@ -313,6 +313,7 @@ bool InstallApplication::perform(Operation operation)
     bool succeeded = false;
     bool stopped = false;
     QString failure;
+    m_media->setInProgressPath(expandMacros(QStringLiteral("$(InstallerDir)/files-in-progress")));
     {
         const OperationScope scope(this);
         try {
@@ -335,6 +336,9 @@ bool InstallApplication::perform(Operation operation)
         writeRecord();
         throw InstallShutdownException();
     }
+    // Every file this run made is complete only when nothing failed.
+    if (succeeded && failure.isEmpty())
+        m_media->finishInProgress();
     if (!failure.isEmpty()) {
         showFailed(failure);
     } else if (succeeded) {

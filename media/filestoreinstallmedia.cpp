@@ -92,7 +92,7 @@ quint64 FileStoreInstallMedia::totalSize()
 void FileStoreInstallMedia::copyFiles(
     const QString &sourceFolder, const QStringList &files, const QString &destinationFolder)
 {
-    TargetFolders folders(destinationFolder);
+    TargetFolders folders(destinationFolder, inProgress());
     QElapsedTimer sinceProgress;
     qint64 reported = 0;
     const auto written = [&](qint64 bytes) {
@@ -106,22 +106,22 @@ void FileStoreInstallMedia::copyFiles(
     for (const QString &name : files) {
         const QString source = m_root + QLatin1Char('/') + sourceFolder + QLatin1Char('/') + name;
         const QString target = destinationFolder + QLatin1Char('/') + name;
-        const QString failure
-            = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
         passCheckpoint();
         emit extractingFile(name);
 
         // Nothing is asked about, or written to, a place outside the destination.
         struct stat status;
         if (::stat(QFile::encodeName(source).constData(), &status) != 0)
-            throw InstallException(failure);
-        const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, failure);
-        if (!shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
+            throw copyFailure(source, target);
+        const std::shared_ptr<HeldFolder> folder = folders.folderFor(name, source, target);
+        // A file a run cut short left is its own to replace.
+        if (!folders.takeUnfinished(name)
+            && !shouldCopy(status.st_mtim.tv_sec, quint64(status.st_size), target))
             continue;
         sinceProgress.start();
         reported = 0;
         if (!FileUtils::copyFile(source, *folder, TargetFolders::fileName(name), written))
-            throw InstallException(failure);
+            throw copyFailure(source, target);
         emit extractedFile(quint64(status.st_size));
     }
 }

@@ -2,13 +2,17 @@
 
 #include "core/heldfolder.h"
 #include "core/installcheckpoint.h"
+#include "core/installexception.h"
 
 #include <QObject>
 #include <QSet>
 #include <QStringList>
 
+#include <sys/types.h>
+
 #include <memory>
 
+class InProgressFiles;
 class InstallOverwriteDecision;
 
 // The run's one source of product files: a package archive or a directory
@@ -48,6 +52,14 @@ public:
     InstallOverwriteDecision *overwriteDecision() const { return m_decision; }
     // Not owned; null means nothing stops a copy from outside.
     void setCheckpoint(InstallCheckpoint *checkpoint) { m_checkpoint = checkpoint; }
+    // Where the run lists the files it makes under their own names while it
+    // writes them, and where an earlier run that was cut short left its
+    // list. Opened when a copy first needs it; without one every file is
+    // written unnamed and renamed into place.
+    void setInProgressPath(const QString &path);
+    // The run has finished every file it copied: the list keeps only what
+    // earlier runs left and this one did not replace.
+    void finishInProgress();
 
     // Often enough for a window to answer input at once, and for the bar to
     // move on a fast disk too.
@@ -66,6 +78,9 @@ protected:
         if (m_checkpoint)
             m_checkpoint->check();
     }
+    static InstallException copyFailure(const QString &source, const QString &target);
+    // The list of files in progress, opened on first use; null without one.
+    InProgressFiles *inProgress();
     // Asks the overwrite decision about target (true when there is none).
     bool shouldCopy(qint64 sourceModified, quint64 sourceSize, const QString &target) const;
     // The folders one copy writes into, each found below the destination
@@ -75,20 +90,33 @@ protected:
     class TargetFolders
     {
     public:
-        explicit TargetFolders(const QString &destination);
+        // With a list of files in progress, files earlier runs left on it
+        // are known.
+        TargetFolders(const QString &destination, InProgressFiles *inProgress);
         // The held folder for name (relative to the destination). Throws
-        // InstallException with refusal when a link stands on the way or
-        // the name climbs out, else "Cannot create folder " + its path.
-        std::shared_ptr<HeldFolder> folderFor(const QString &name, const QString &refusal);
-        static QString fileName(const QString &name) { return name.section(QLatin1Char('/'), -1); }
+        // InstallException with "Cannot copy file SOURCE to TARGET" when a
+        // link stands on the way or the name climbs out, else "Cannot create
+        // folder " + its path.
+        std::shared_ptr<HeldFolder> folderFor(
+            const QString &name, const QString &source, const QString &target);
+        static QString fileName(const QString &name)
+        {
+            return name.mid(name.lastIndexOf(QLatin1Char('/')) + 1);
+        }
         // Whether something stood at name (relative to the destination)
         // when its folder was first held, from one listing of the folder
         // instead of a lookup per file; true when it could not be listed.
         // Called after folderFor(name).
         bool taken(const QString &name) const;
+        // Whether an earlier run left the file at name on the list of files
+        // in progress: it may be cut short, and is replaced without asking.
+        bool takeUnfinished(const QString &name);
 
     private:
         QString m_destination;
+        InProgressFiles *m_inProgress;
+        dev_t m_device = 0;
+        ino_t m_inode = 0;
         HeldFolder m_root;
         QString m_lastName;
         std::shared_ptr<HeldFolder> m_last;
@@ -99,4 +127,6 @@ protected:
 private:
     InstallOverwriteDecision *m_decision = nullptr;
     InstallCheckpoint *m_checkpoint = nullptr;
+    QString m_inProgressPath;
+    std::unique_ptr<InProgressFiles> m_inProgress;
 };

@@ -46,21 +46,21 @@ void PackageArchiveInstallMedia::copyFiles(
     // or a shutdown abandons what is under way.
     PackageArchiveExtraction extraction(m_archive);
     extraction.reportWriting(ProgressInterval, ProgressBytes);
-    TargetFolders folders(destinationFolder);
+    extraction.setInProgress(inProgress());
+    TargetFolders folders(destinationFolder, inProgress());
     const auto place = [&](int index) {
         const QString &name = files[index];
         const QString source = sourceFolder + QLatin1Char('/') + name;
         const QString target = destinationFolder + QLatin1Char('/') + name;
         // Nothing is asked about, or written to, a place outside the destination.
-        const QString failure
-            = QStringLiteral("Cannot copy file ") + source + QStringLiteral(" to ") + target;
         const PackageArchiveFile member = m_archive.find(source);
         if (member.isNull())
-            throw InstallException(failure);
-        PackageArchiveExtraction::Target placed { member, folders.folderFor(name, failure),
-            TargetFolders::fileName(name), target, true, {} };
-        // Where nothing stood there is nothing to decide.
-        if (folders.taken(name)) {
+            throw copyFailure(source, target);
+        PackageArchiveExtraction::Target placed { member, folders.folderFor(name, source, target),
+            TargetFolders::fileName(name), target, true, false, {} };
+        // Where nothing stood there is nothing to decide, nor where a run cut short left its own file.
+        placed.free = !folders.taken(name);
+        if (!placed.free && !folders.takeUnfinished(name)) {
             placed.admit = [this, member, target] {
                 const qint64 modified = member.time().isValid() ? member.time().toSecsSinceEpoch() : 0;
                 return shouldCopy(modified, member.size(), target);

@@ -33,6 +33,7 @@ InstallStandardInstallerConfigurationList::InstallStandardInstallerConfiguration
         this, QStringLiteral("System File Remover"), QString(), 0, false);
     recordRemover->addFile(QStringLiteral("$(InstallerDir)/IConf.xml"));
     recordRemover->addFile(QStringLiteral("$(InstallerDir)/manifest.sha256"));
+    recordRemover->addFile(QStringLiteral("$(InstallerDir)/files-in-progress"));
 
     auto *settingKey = new InstallSettingKeyConfigurationItem(
         QStringLiteral("$(ProductRegKey)/Installer/$(Version)$(AltArch)"), this,

@@ -10,6 +10,7 @@
 #include "core/macrotable.h"
 #include "core/places.h"
 #include "core/plaintextrenderer.h"
+#include "core/replacementfile.h"
 #include "core/runcommand.h"
 #include "core/sha256.h"
 
@@ -61,6 +62,8 @@ private slots:
     void runCommand();
     void replacesWithoutWritingThrough_data();
     void replacesWithoutWritingThrough();
+    void madeAtItsName_data();
+    void madeAtItsName();
     void render_data();
     void render();
     void silentAnswers_data();
@@ -374,6 +377,51 @@ void tst_Core::replacesWithoutWritingThrough()
     QCOMPARE(
         QDir(temporary.filePath("target")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
         QStringList { QStringLiteral("file") });
+}
+
+void tst_Core::madeAtItsName_data()
+{
+    QTest::addColumn<QString>("standing"); // at the name before, or put there while it is written
+    QTest::addColumn<bool>("commit");
+    QTest::addColumn<QStringList>("left"); // "name: content" in the folder afterwards
+    QTest::newRow("nothing, committed") << "" << true << QStringList("file: new");
+    QTest::newRow("nothing, abandoned") << "" << false << QStringList();
+    QTest::newRow("a file, abandoned") << "file" << false << QStringList("file: old");
+    QTest::newRow("a link, committed") << "link" << true << QStringList({ "elsewhere: old", "file: new" });
+    QTest::newRow("a file put there meanwhile, abandoned")
+        << "meanwhile" << false << QStringList({ "file: old", "moved: new" });
+}
+
+void tst_Core::madeAtItsName()
+{
+    QFETCH(QString, standing);
+    QFETCH(bool, commit);
+    QFETCH(QStringList, left);
+    QTemporaryDir temporary;
+    const QDir folder(temporary.path());
+    if (standing == QLatin1String("file"))
+        writeFile(folder.filePath("file"), "old", 0644);
+    if (standing == QLatin1String("link")) {
+        writeFile(folder.filePath("elsewhere"), "old", 0644);
+        QVERIFY(QFile::link(folder.filePath("elsewhere"), folder.filePath("file")));
+    }
+    const Descriptor held(::open(QFile::encodeName(temporary.path()).constData(), O_RDONLY | O_DIRECTORY));
+    {
+        ReplacementFile file(held.get(), "file", 0644, ReplacementFile::AtNameWhereFree);
+        QVERIFY(file.isOpen() && ::write(file.fd(), "new", 3) == 3);
+        if (standing == QLatin1String("meanwhile")) {
+            QVERIFY(::rename(QFile::encodeName(folder.filePath("file")).constData(),
+                        QFile::encodeName(folder.filePath("moved")).constData())
+                == 0);
+            writeFile(folder.filePath("file"), "old", 0644);
+        }
+        if (commit)
+            QCOMPARE(file.commit(), ReplacementFile::Committed);
+    }
+    QStringList found;
+    for (const QString &name : folder.entryList(QDir::Files | QDir::System | QDir::Hidden))
+        found << name + ": " + readAll(folder.filePath(name)).left(3);
+    QCOMPARE(found, left);
 }
 
 void tst_Core::render_data()

@@ -233,15 +233,16 @@ class Case(unittest.TestCase):
     def record(self, destination=None):
         return ElementTree.parse(os.path.join(destination or self.destination, "bin", "IConf.xml")).getroot()
 
-    def data_file(self, extra_members=(), prefix=b""):
-        """The product (and extra members behind it) as an archive written by
-        the independent writer, behind prefix."""
+    def data_file(self, extra_members=(), prefix=b"", contents=()):
+        """The product (and extra members behind it, then members of the given
+        contents) as an archive written by the independent writer, behind prefix."""
         members = []
         for name, source in sorted(copied_files().items()):
             if name.split("/")[0] in FOLDERS and not name.startswith("bin/libQt6") and name != "bin/uninstall":
                 members.append(archiveformat.Member(name, read(source), stat.S_IMODE(os.stat(source).st_mode),
                                                     int(os.stat(source).st_mtime)))
         members += [archiveformat.Member(name, b"planted\n", 0o644, 1622833200) for name in extra_members]
+        members += [archiveformat.Member(name, data, 0o644, 1622833200) for name, data in contents]
         path = os.path.join(self.tmp, "Setup.data")
         with open(path, "wb") as f:
             f.write(prefix + archiveformat.write_v2(members, kind=1))
@@ -551,6 +552,31 @@ class Faults(Case):
                     self.assertWholeOrAbsent()
                     self.assertEqual(self.run_setup(then)[0], 0)
                     self.assertInstalled()
+
+    def test_killed_inside_a_file_made_at_its_name(self):
+        # A file made where nothing stood has its name while it is written, so
+        # the run lists it as in progress first; the next install replaces it
+        # without asking, though the cut file is newer than the medium's.
+        size = 256 << 20
+        data = self.data_file(contents=[("lib/large.bin", bytes(size))])
+        large = os.path.join(self.destination, "lib", "large.bin")
+        process = subprocess.Popen([os.path.join(INSTALLER, "Setup")] + self.install_args() + ["--data-file", data],
+                                   cwd=self.tmp, env=self.environment(self.untraced()),
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        while process.poll() is None:
+            if 0 < (os.stat(large).st_size if os.path.exists(large) else 0) < size:
+                process.kill()
+            time.sleep(0.0005)
+        self.assertEqual(process.returncode, -signal.SIGKILL)
+        self.assertLess(os.stat(large).st_size, size)
+        folder = os.stat(os.path.dirname(large))
+        listed = read(os.path.join(self.destination, "bin", "files-in-progress")).decode().splitlines()
+        self.assertIn("%d %d large.bin" % (folder.st_dev, folder.st_ino), listed)
+        result = self.install("--data-file", data, program=os.path.join(INSTALLER, "Setup"))
+        self.assertSucceeds(result, "Install Complete")
+        self.assertInstalled(exact=False)
+        self.assertEqual(read(large), bytes(size))
+        self.assertFalse(os.path.exists(os.path.join(self.destination, "bin", "files-in-progress")))
 
     @unittest.skipUnless(shutil.which("strace"), "needs strace")
     def test_interrupted_at_a_file_boundary(self):

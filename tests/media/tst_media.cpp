@@ -1,5 +1,6 @@
 // The media library through its public behaviour: both kinds of medium, their
 // questions and reports, and what a failed or cancelled copy leaves.
+#include "core/inprogressfiles.h"
 #include "core/installusercancelexception.h"
 #include "media/filestoreinstallmedia.h"
 #include "media/installoverwritedecision.h"
@@ -42,6 +43,8 @@ private slots:
     void media();
     void oneByOne_data();
     void oneByOne();
+    void filesInProgress_data();
+    void filesInProgress();
 
 private:
     QString path(const QString &name) const { return m_dir->filePath(name); }
@@ -246,6 +249,76 @@ void tst_Media::oneByOne()
     QVERIFY(folderAtBig || !bytesOfBig.isEmpty());
     QVERIFY(std::is_sorted(bytesOfBig.cbegin(), bytesOfBig.cend()));
     QVERIFY(bytesOfBig.isEmpty() || bytesOfBig.last() <= quint64(128 << 20));
+}
+
+void tst_Media::filesInProgress_data()
+{
+    // An earlier run was cut short: "cutdeclined" is left half-written and
+    // listed, "users" is somebody's own. The list is kept by its owner alone,
+    // or left writable by others. A folder medium asks about every file.
+    QTest::addColumn<bool>("archive");
+    QTest::addColumn<mode_t>("listMode");
+    QTest::addColumn<QStringList>("asked");
+    for (const bool archive : { false, true }) {
+        const char *medium = archive ? "archive" : "folder";
+        const QStringList news = archive ? QStringList() : QStringList({ "new", "new" });
+        QTest::addRow("%s, the run's own list", medium)
+            << archive << mode_t(0600) << news + QStringList("users");
+        QTest::addRow("%s, a list others may write", medium)
+            << archive << mode_t(0622) << QStringList("cutdeclined") + news + QStringList("users");
+    }
+}
+
+void tst_Media::filesInProgress()
+{
+    QFETCH(bool, archive);
+    QFETCH(mode_t, listMode);
+    QFETCH(QStringList, asked);
+    const QStringList names { "cutdeclined", "new", "sub/new", "users" };
+    std::unique_ptr<InstallMedia> medium;
+    PackageArchive writer;
+    for (const QString &name : names) {
+        if (archive)
+            writer.addData("the medium's " + name.toUtf8(), 0644, "bin/" + name);
+        else
+            writeFile(path("medium/bin/") + name, "the medium's " + name.toUtf8());
+    }
+    if (archive) {
+        writer.save(path("data.pa"), 1);
+        medium = std::make_unique<PackageArchiveInstallMedia>(path("data.pa"), 0);
+    } else {
+        medium = std::make_unique<FileStoreInstallMedia>(path("medium"));
+    }
+    // Newer than the medium's: without the list it would be kept.
+    writeFile(path("dest/cutdeclined"), "the me", 0644, 4000000000);
+    writeFile(path("dest/users"), "the user's", 0644, 4000000000);
+    const QString list = path("dest/files-in-progress");
+    {
+        const auto earlier = InProgressFiles::open(list);
+        QVERIFY(earlier);
+        const struct stat folder = statusOf(path("dest"));
+        QVERIFY(earlier->written(earlier->add(folder.st_dev, folder.st_ino, "cutdeclined")));
+    }
+    QVERIFY(::chmod(QFile::encodeName(list).constData(), listMode) == 0);
+
+    Decision decision;
+    medium->setOverwriteDecision(&decision);
+    medium->setInProgressPath(list);
+    medium->copyFiles(QStringLiteral("bin"), names, path("dest"));
+    for (QString &question : decision.asked)
+        question = question.section(QLatin1Char(' '), 0, 0);
+    QCOMPARE(decision.asked, asked);
+    QCOMPARE(readAll(path("dest/cutdeclined")),
+        QByteArray(asked.contains("cutdeclined") ? "the me" : "the medium's cutdeclined"));
+    QCOMPARE(readAll(path("dest/sub/new")), QByteArray("the medium's sub/new"));
+    // A file the archive made at its name is listed until the run finishes.
+    const QByteArray entries = readAll(list);
+    const struct stat sub = statusOf(path("dest/sub"));
+    const QByteArray subEntry
+        = QByteArray::number(quint64(sub.st_dev)) + ' ' + QByteArray::number(sub.st_ino) + " new\n";
+    QCOMPARE(entries.contains(subEntry), archive && listMode == 0600);
+    medium->finishInProgress();
+    QCOMPARE(QFileInfo::exists(list), listMode != 0600);
 }
 
 QTEST_GUILESS_MAIN(tst_Media)
