@@ -200,7 +200,8 @@ void PackageArchiveExtraction::add(const Target &target, int index)
         m_writerBytes = 0;
     }
     m_writerBytes += target.member.size();
-    if (target.free && m_inProgress)
+    // A folder that could not be looked at cannot be named on the list.
+    if (target.free && m_inProgress && std::get<1>(job->key) != 0)
         job->listed = m_inProgress->add(std::get<0>(job->key), std::get<1>(job->key), job->name);
     job->writer = &m_writers[size_t(m_writerIndex)];
     m_targets[job->key] = job;
