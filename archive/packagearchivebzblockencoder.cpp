@@ -339,13 +339,18 @@ void PackageArchiveBzBlockEncoder::moveToFront()
         }
         zeros = 0;
     };
+    // The last column is gathered first, in a loop of its own: its reads
+    // land all over the block, and only a loop this short keeps many of
+    // them under way at once.
+    m_lastColumn.resize(size_t(n));
+    uchar *last = m_lastColumn.data();
     for (int i = 0; i < n; ++i) {
-        qint32 before = m_order[size_t(i)] - 1;
-        if (before < 0) {
-            before = n - 1;
-            m_origin = i;
-        }
-        const uchar symbol = sequence[block[before]];
+        const qint32 before = m_order[size_t(i)] - 1;
+        last[i] = sequence[block[before < 0 ? n - 1 : before]];
+    }
+    m_origin = int(std::find(m_order.begin(), m_order.end(), 0) - m_order.begin());
+    for (int i = 0; i < n; ++i) {
+        const uchar symbol = last[i];
         if (list[0] == symbol) {
             ++zeros;
             continue;

@@ -62,6 +62,8 @@ private:
     std::vector<std::pair<qint32, qint32>> m_unsorted;
     std::vector<std::pair<qint32, qint32>> m_stillUnsorted;
     int m_origin = 0;
+    // The sorted rotations' last bytes, numbered among the bytes in use.
+    std::vector<uchar> m_lastColumn;
     // Move-to-front output and what the Huffman stage makes of it.
     std::vector<quint16> m_symbols;
     int m_alphabet = 0;
