@@ -323,9 +323,13 @@ void PackageArchiveBzBlockEncoder::moveToFront()
     quint16 *symbols = m_symbols.data();
     int count = 0;
 
-    uchar list[256];
+    // Each symbol's place in the move-to-front list, rather than the list:
+    // moving one to the front moves every symbol ahead of it back one,
+    // which is one pass over all 256 places in vector registers, where
+    // searching and shifting a list costs two calls and a pass each.
+    uchar place[256];
     for (int i = 0; i < 256; ++i)
-        list[i] = uchar(i);
+        place[i] = uchar(i);
     int zeros = 0;
     const auto flushZeros = [&] {
         if (zeros == 0)
@@ -351,15 +355,15 @@ void PackageArchiveBzBlockEncoder::moveToFront()
     m_origin = int(std::find(m_order.begin(), m_order.end(), 0) - m_order.begin());
     for (int i = 0; i < n; ++i) {
         const uchar symbol = last[i];
-        if (list[0] == symbol) {
+        const uchar at = place[symbol];
+        if (at == 0) {
             ++zeros;
             continue;
         }
         flushZeros();
-        const auto *found = static_cast<const uchar *>(std::memchr(list + 1, symbol, size_t(inUse - 1)));
-        const int at = int(found - list);
-        std::memmove(list + 1, list, size_t(at));
-        list[0] = symbol;
+        for (int other = 0; other < 256; ++other)
+            place[other] = uchar(place[other] + (place[other] < at));
+        place[symbol] = 0;
         symbols[count++] = quint16(at + 1);
         ++m_frequencies[size_t(at + 1)];
     }
