@@ -12,7 +12,8 @@ class PackageArchiveBitWriter;
 // which stays n log n on repetitive data), move-to-front with zero runs, and
 // up to six Huffman tables chosen per 50 symbols. The blocks are ordinary
 // bzip2 blocks; bzip2's own encoder spends about half its time on a
-// byte-by-byte move-to-front that this one does with memchr and memmove.
+// byte-by-byte move-to-front that this one does by keeping each symbol's
+// place, updated for all 256 at once.
 // Buffers are kept between blocks: one encoder per thread.
 class PackageArchiveBzBlockEncoder
 {
