@@ -1,7 +1,6 @@
 #include "core/inprogressfiles.h"
 
 #include "core/fileutils.h"
-#include "core/heldfolder.h"
 #include "core/replacementfile.h"
 
 #include <QFile>
@@ -19,24 +18,30 @@ const qint64 MaxSize = qint64(16) << 20;
 
 } // namespace
 
-InProgressFiles::InProgressFiles(Descriptor file, const QString &path)
-    : m_file(std::move(file))
-    , m_path(path)
+InProgressFiles::InProgressFiles(HeldFolder folder, const QByteArray &name, Descriptor file)
+    : m_folder(std::move(folder))
+    , m_name(name)
+    , m_file(std::move(file))
 { }
 
 std::unique_ptr<InProgressFiles> InProgressFiles::open(const QString &path)
 {
     const QFileInfo info(path);
-    const HeldFolder folder = HeldFolder::open(info.absolutePath());
+    HeldFolder folder = HeldFolder::open(info.absolutePath());
     if (!folder.isValid())
         return nullptr;
+    const QByteArray name = QFile::encodeName(info.fileName());
+    Descriptor file(
+        ::openat(folder.fd(), name.constData(), O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file.get() < 0) {
+        if (errno != ENOENT)
+            return nullptr;
+        return std::unique_ptr<InProgressFiles>(new InProgressFiles(std::move(folder), name, Descriptor()));
+    }
     // Only its owner may read or write it: one with looser bits was not left so by this installer.
-    Descriptor file(::openat(folder.fd(), QFile::encodeName(info.fileName()).constData(),
-        O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
     struct stat status;
-    if (file.get() < 0 || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)
-        || status.st_uid != ::geteuid() || (status.st_mode & 077) != 0 || status.st_nlink != 1
-        || status.st_size > MaxSize)
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != ::geteuid()
+        || (status.st_mode & 077) != 0 || status.st_nlink != 1 || status.st_size > MaxSize)
         return nullptr;
     QByteArray content(qsizetype(status.st_size), Qt::Uninitialized);
     qsizetype got = 0;
@@ -48,7 +53,7 @@ std::unique_ptr<InProgressFiles> InProgressFiles::open(const QString &path)
             return nullptr;
         got += read;
     }
-    std::unique_ptr<InProgressFiles> list(new InProgressFiles(std::move(file), path));
+    std::unique_ptr<InProgressFiles> list(new InProgressFiles(std::move(folder), name, std::move(file)));
     // Lines are only ever compared whole with lines made the same way, so a
     // damaged one matches nothing.
     for (const QByteArray &line : content.split('\n')) {
@@ -99,7 +104,12 @@ bool InProgressFiles::written(quint64 number)
         queued.swap(m_queued);
         added = m_added;
     }
-    m_failed = m_failed || !FileUtils::writeAll(m_file.get(), queued.constData(), queued.size());
+    // Made exclusively: a file that appeared at the name meanwhile is nobody's list to add to.
+    if (!m_failed && m_file.get() < 0)
+        m_file.reset(::openat(m_folder.fd(), m_name.constData(),
+            O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    m_failed = m_failed || m_file.get() < 0
+        || !FileUtils::writeAll(m_file.get(), queued.constData(), queued.size());
     if (m_failed)
         return false;
     m_written.store(added, std::memory_order_release);
@@ -113,11 +123,10 @@ void InProgressFiles::finish()
         if (!m_replaced.contains(line))
             kept += line + '\n';
     }
-    const QFileInfo info(m_path);
-    const HeldFolder folder = HeldFolder::open(info.absolutePath());
-    const QByteArray name = QFile::encodeName(info.fileName());
+    if (m_file.get() < 0)
+        return;
     if (!kept.isEmpty()) {
-        ReplacementFile out(folder.fd(), name, 0600);
+        ReplacementFile out(m_folder.fd(), m_name, 0600);
         if (out.isOpen() && FileUtils::writeAll(out.fd(), kept.constData(), kept.size()))
             out.commit();
         return;
@@ -125,8 +134,8 @@ void InProgressFiles::finish()
     // Only the list this run kept goes, not one put in its place meanwhile.
     struct stat own;
     struct stat there;
-    if (folder.isValid() && ::fstat(m_file.get(), &own) == 0
-        && ::fstatat(folder.fd(), name.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0
+    if (::fstat(m_file.get(), &own) == 0
+        && ::fstatat(m_folder.fd(), m_name.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0
         && own.st_dev == there.st_dev && own.st_ino == there.st_ino)
-        ::unlinkat(folder.fd(), name.constData(), 0);
+        ::unlinkat(m_folder.fd(), m_name.constData(), 0);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/descriptor.h"
+#include "core/heldfolder.h"
 
 #include <QByteArray>
 #include <QSet>
@@ -25,8 +26,9 @@
 class InProgressFiles
 {
 public:
-    // The list at path, made when missing (its folder must exist); null when
-    // it cannot be kept.
+    // The list at path with what earlier runs left on it; made only when a
+    // file is first listed, in the folder held now. Null when the folder
+    // cannot be held or the list is not to be obeyed.
     static std::unique_ptr<InProgressFiles> open(const QString &path);
     InProgressFiles(const InProgressFiles &) = delete;
     InProgressFiles &operator=(const InProgressFiles &) = delete;
@@ -46,11 +48,13 @@ public:
     void finish();
 
 private:
-    InProgressFiles(Descriptor file, const QString &path);
+    InProgressFiles(HeldFolder folder, const QByteArray &name, Descriptor file);
     static QByteArray line(dev_t device, ino_t inode, const QByteArray &name);
 
+    HeldFolder m_folder;
+    QByteArray m_name;
+    // Open once the list exists; made by the first write when it did not.
     Descriptor m_file;
-    QString m_path;
     // Lines left by earlier runs, and those of them this run replaces.
     QSet<QByteArray> m_earlier;
     QSet<QByteArray> m_replaced;
