@@ -136,9 +136,32 @@ bool writeFile(const QString &path, const QByteArray &content)
 
 bool writeFile(const HeldFolder &folder, const QString &name, const QByteArray &content)
 {
-    ReplacementFile out(folder.fd(), QFile::encodeName(name));
-    if (!out.isOpen() || !writeAll(out.fd(), content.constData(), content.size()))
+    return writeFile(folder, name, [&content](QByteArray &piece) {
+        piece = content;
         return false;
+    });
+}
+
+bool writeFile(const QString &path, const std::function<bool(QByteArray &)> &nextPiece)
+{
+    const HeldFolder folder = HeldFolder::open(folderOf(path));
+    return folder.isValid() && writeFile(folder, QFileInfo(path).fileName(), nextPiece);
+}
+
+bool writeFile(
+    const HeldFolder &folder, const QString &name, const std::function<bool(QByteArray &)> &nextPiece)
+{
+    ReplacementFile out(folder.fd(), QFile::encodeName(name));
+    if (!out.isOpen())
+        return false;
+    QByteArray piece;
+    for (bool more = true; more;) {
+        // Emptied, not freed: each piece reuses the last one's room.
+        piece.resize(0);
+        more = nextPiece(piece);
+        if (!writeAll(out.fd(), piece.constData(), piece.size()))
+            return false;
+    }
     // A new file gets what the creation mask allows, as an ordinary create would.
     if (::fchmod(out.fd(), 0666 & ~creationMask()) != 0)
         return false;

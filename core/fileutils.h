@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <sys/types.h>
@@ -33,6 +34,12 @@ bool copyFile(const QString &source, const HeldFolder &folder, const QString &na
 // copyFile; a new file gets mode 0666 less the file-creation mask.
 bool writeFile(const QString &path, const QByteArray &content);
 bool writeFile(const HeldFolder &folder, const QString &name, const QByteArray &content);
+// The same with the content made a piece at a time, so that a large file
+// never has to be held whole: nextPiece appends the next piece to the
+// empty array it is given and returns false with the last one.
+bool writeFile(const QString &path, const std::function<bool(QByteArray &)> &nextPiece);
+bool writeFile(
+    const HeldFolder &folder, const QString &name, const std::function<bool(QByteArray &)> &nextPiece);
 // Writes all size bytes to the descriptor, going on after interruptions.
 bool writeAll(int fd, const char *data, qint64 size);
 // The process's file-creation mask.

@@ -32,6 +32,8 @@ const int BlockSize = 1 << 20;
 // A manifest larger than this is none this installer wrote (about 300,000
 // files).
 const qint64 MaxSize = qint64(64) << 20;
+// How much of a manifest is made before it is written out.
+const int PieceSize = 64 << 10;
 
 struct State
 {
@@ -212,41 +214,32 @@ QStringList InstallManifest::installedFiles(const InstallConfigurationItem *root
     return names;
 }
 
-QList<InstallManifest::Entry> InstallManifest::measure(const QString &destination, const QStringList &names)
-{
-    const QVector<State> states = inspectAll(destination, names, true);
-    QList<Entry> entries;
-    entries.reserve(names.size());
-    for (int i = 0; i < names.size(); ++i) {
-        const State &state = states.at(i);
-        if (state.regular && !state.sha256.isEmpty())
-            entries.append({ names.at(i), state.sha256, state.size, state.mode });
-    }
-    return entries;
-}
-
 bool InstallManifest::write(const QString &path, const QString &destination, const QStringList &names)
 {
-    const QList<Entry> entries = measure(destination, names);
-    QByteArray text;
-    // About a hundred bytes a file; appended in place, since a manifest
-    // lists tens of thousands.
-    text.reserve(entries.size() * 112);
-    for (const Entry &entry : entries) {
-        const QByteArray name = QFile::encodeName(entry.name);
-        const bool plain = !name.contains('\\') && !name.contains('\n');
-        char head[32];
-        const int length = std::snprintf(head, sizeof head, "# %04o %lld\n", unsigned(entry.mode & 07777),
-            static_cast<long long>(entry.size));
-        text.append(head, length);
-        if (!plain)
-            text.append('\\');
-        text.append(entry.sha256.toHex());
-        text.append("  ");
-        text.append(plain ? name : escaped(name));
-        text.append('\n');
-    }
-    return FileUtils::writeFile(path, text);
+    const QVector<State> states = inspectAll(destination, names, true);
+    int next = 0;
+    // Made and written a piece at a time: whole, a manifest of tens of
+    // thousands of files would add megabytes to the installation's peak.
+    return FileUtils::writeFile(path, [&](QByteArray &piece) {
+        for (; next < names.size() && piece.size() < PieceSize; ++next) {
+            const State &state = states.at(next);
+            if (!state.regular || state.sha256.isEmpty())
+                continue;
+            const QByteArray name = QFile::encodeName(names.at(next));
+            const bool plain = !name.contains('\\') && !name.contains('\n');
+            char head[32];
+            const int length = std::snprintf(head, sizeof head, "# %04o %lld\n", unsigned(state.mode & 07777),
+                static_cast<long long>(state.size));
+            piece.append(head, length);
+            if (!plain)
+                piece.append('\\');
+            piece.append(state.sha256.toHex());
+            piece.append("  ");
+            piece.append(plain ? name : escaped(name));
+            piece.append('\n');
+        }
+        return next < names.size();
+    });
 }
 
 QString InstallManifest::read(const QString &path, QList<Entry> &entries)

@@ -70,7 +70,4 @@ public:
     // "missing", or rpm -V style flags "SM5" with a dot for each that is
     // equal (size, mode, content), for a finding's differences.
     static QString describe(int differences);
-
-private:
-    static QList<Entry> measure(const QString &destination, const QStringList &names);
 };

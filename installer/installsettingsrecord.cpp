@@ -48,14 +48,15 @@ const QString srcDirAttribute = QStringLiteral("src_dir");
 const QString programFolderDirAttribute = QStringLiteral("program_folder_dir");
 
 // Characters outside 7-bit ASCII become '?': the record has always been
-// plain ASCII, and paths beyond it are not kept.
-QByteArray toAscii(const QString &text)
+// plain ASCII, and paths beyond it are not kept. Converted in place, since
+// the record of a large installation runs to megabytes.
+QByteArray toAscii(QString text)
 {
-    QByteArray bytes;
-    bytes.reserve(text.size());
-    for (const QChar c : text)
-        bytes.append(c.unicode() < 0x80 ? char(c.unicode()) : '?');
-    return bytes;
+    for (QChar &c : text) {
+        if (c.unicode() >= 0x80)
+            c = QLatin1Char('?');
+    }
+    return std::move(text).toLatin1();
 }
 
 // Stores the current value of every value of each settings key of the plan.
@@ -148,7 +149,7 @@ bool InstallSettingsRecord::save(const QString &path) const
     writer.writeEndDocument();
 
     // Replaced whole, never written through a link planted in its place.
-    if (!FileUtils::writeFile(path, toAscii(document)))
+    if (!FileUtils::writeFile(path, toAscii(std::move(document))))
         qCWarning(lcInstaller) << "Cannot write the installation record" << path;
     recordSettingKeys(m_list);
     return true;

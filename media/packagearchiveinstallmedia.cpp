@@ -4,6 +4,8 @@
 #include "core/hexception.h"
 #include "core/installexception.h"
 
+#include <malloc.h>
+
 PackageArchiveInstallMedia::PackageArchiveInstallMedia(
     const QString &dataFile, qint64 offset, QObject *parent)
     : InstallMedia(parent)
@@ -83,4 +85,5 @@ void PackageArchiveInstallMedia::copyFiles(
             break;
         }
     });
+    ::malloc_trim(0);
 }

@@ -607,6 +607,18 @@ void tst_Installer::manifestOfWhatWasWritten()
     QCOMPARE(entries.value(0).sha256, QCryptographicHash::hash("written", QCryptographicHash::Sha256));
     QCOMPARE(InstallManifest::check(path(QStringLiteral("dest")), entries).value(0).differences,
         int(InstallManifest::Content));
+    // A manifest of more lines than one piece holds loses none at the joins.
+    QStringList many { "a" };
+    for (int i = 0; i < 1500; ++i)
+        many.append(QStringLiteral("many/%1").arg(i, 4, 10, QLatin1Char('0')));
+    QVERIFY(FileUtils::makePath(path(QStringLiteral("dest/many"))));
+    for (const QString &name : many.mid(1))
+        QVERIFY(FileUtils::writeFile(path(QStringLiteral("dest/")) + name, name.toUtf8()));
+    QVERIFY(InstallManifest::write(path(QStringLiteral("manifest")), path(QStringLiteral("dest")), many));
+    QCOMPARE(InstallManifest::read(path(QStringLiteral("manifest")), entries), QString());
+    QCOMPARE(entries.size(), many.size());
+    QCOMPARE(entries.last().name, many.last());
+    QCOMPARE(InstallManifest::check(path(QStringLiteral("dest")), entries).size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_Installer)
