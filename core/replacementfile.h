@@ -13,11 +13,13 @@
 // another file) is replaced, never written through.
 //
 // What survives: a kill at any moment leaves the old file or the new one
-// whole (but for a file made at its name, below), and no stray file (the content has no name until it is
-// complete; on file systems without unnamed files a ".NAME.XXXXXX" file is used and removed on every path but
-// a kill). Nothing is synced: after a power loss the file system's journal decides, and ext4 and xfs flush a
-// file renamed over an older one before the rename. A file that may be written but not replaced (somebody
-// else's, in a sticky shared folder) gets the bytes in place.
+// whole (but for a file made at its name, below), and no stray file (the
+// content has no name until it is complete; on file systems without unnamed
+// files a ".NAME.XXXXXX" file is used and removed on every path but a kill).
+// Nothing is synced: after a power loss the file system's journal decides,
+// and ext4 and xfs flush a file renamed over an older one before the rename.
+// A file that may be written but not replaced (somebody else's, in a sticky
+// shared folder) gets the bytes in place.
 class ReplacementFile
 {
 public:
