@@ -48,8 +48,9 @@ void PackageArchiveInstallMedia::copyFiles(
     // or a shutdown abandons what is under way.
     PackageArchiveExtraction extraction(m_archive);
     extraction.reportWriting(ProgressInterval, ProgressBytes);
-    extraction.setInProgress(inProgress());
-    TargetFolders folders(destinationFolder, inProgress());
+    InProgressFiles *const list = inProgress();
+    extraction.setInProgress(list);
+    TargetFolders folders(destinationFolder, list);
     const auto place = [&](int index) {
         const QString &name = files[index];
         const QString source = sourceFolder + QLatin1Char('/') + name;
